@@ -1,0 +1,29 @@
+// Login and logout of the JSON API, and the password check that the browser login shares.
+#pragma once
+
+#include "runtime/handler.h"
+
+// Asks the CLI helper to check a password. Returns 0 refused, 1 accepted, 2 accepted with a pending
+// challenge (left in the request record).
+//   role_out, path_out  64 and 1025 bytes; empty unless accepted
+//   msg                 1024 bytes; the helper's message
+//   vap, extra          remote-access login's profile and additional parameters; may be null
+// NOLINTNEXTLINE(readability-function-size): fixed interface
+[[nodiscard]] int wuic_auth_user(const char* user, const char* password, const char* src_ip,
+                                 const char* src_port, const char* dst_ip, const char* dst_port,
+                                 char* role_out, char* path_out, char* msg, bool rac,
+                                 const char* vap, const char* extra);
+
+// Replaces the contents of `out` with a complete JSON answer. A null cookie name is empty; a null
+// value is written as "(null)".
+void api_write_json_response(wms_strbuf* out, int http_code, int status, const char* text,
+                             const char* cookie_name, const char* cookie_value);
+
+// Handles one API login; always answers. Returns 0.
+int api_login_internal(wms_strbuf* out, pg_conn* db, cgi* vars);
+// Deletes the session's row when there is one, and answers.
+int api_logout_internal(wms_strbuf* out, pg_conn* db, const session_record* session);
+
+// The rows of the dispatch table.
+request_handler api_login;
+request_handler api_logout;

@@ -1,0 +1,14 @@
+// May this role use a row with this mask?
+#pragma once
+
+#include <cstdint>
+
+struct session_record;
+
+inline constexpr std::uint32_t mask_every_role = 0xFFFF;
+inline constexpr std::uint32_t mask_no_session = 0x40;
+
+// With a session: "root" and "standard" always; every role where the mask's low 16 bits are all
+// set; else the roles whose bits are set. Without one: only a mask that has bit 0x40 and is not
+// 0xFFFF.
+[[nodiscard]] bool wuic_check_perm(const session_record* session, std::uint32_t mask);

@@ -1,0 +1,39 @@
+// Sessions are rows of http_session in the database wms, shared with the controller's other
+// services. Nothing here ages them.
+#pragma once
+
+#include <cstdint>
+
+#include "runtime/session_record.h"
+
+struct cgi;
+struct pg_conn;
+struct wms_strbuf;
+
+inline constexpr int session_limit = 64;
+inline constexpr int session_sid_size = 128;  // bytes that wuic_session_create wants for sid_out
+
+// Looks a session up by `sid`, or by QORIN_AUTH_SESSION_ID when it is null. The record is cleared
+// first and keeps the identifier that was asked for. Returns 0 when there is a session (or the
+// controller is in its factory-default state, which gives the role "root"), else -1; -1 at once
+// when there is no identifier or an empty one.
+[[nodiscard]] int wuic_session_retrieve(pg_conn* db, const cgi* vars, session_record* record,
+                                        const char* sid);
+
+// Number of sessions, or -1.
+[[nodiscard]] int get_session_count(pg_conn* db);
+
+// Makes a session; the new identifier goes into `sid_out` (session_sid_size bytes). The statements
+// are built in the scratch buffer `text`. `rac` makes a remote-access session. Returns 0, -1 on a
+// failure (the connection keeps its message), -2 at the session limit.
+// NOLINTNEXTLINE(readability-function-size): fixed interface
+[[nodiscard]] int wuic_session_create(pg_conn* db, wms_strbuf* text, char* sid_out, const char* ip,
+                                      const char* user, const char* role, bool rac,
+                                      const char* path);
+
+// Removes a session's row. Returns 0, or -1 when the statement failed.
+[[nodiscard]] int wuic_session_delete(pg_conn* db, const char* sid);
+
+// 1 when the request comes from a connected remote-access client and a session was made for it (the
+// record is filled), else 0.
+[[nodiscard]] int wuic_is_valid_vpn_session(pg_conn* db, const cgi* vars, session_record* record);

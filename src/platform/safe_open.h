@@ -1,0 +1,15 @@
+// Opening fixed paths below /tmp, where everybody may plant a link or a file.
+#pragma once
+
+#include <sys/types.h>
+
+#include "platform/ownership.h"
+
+// Opens or creates `path` for writing (`flags` adds O_APPEND, O_TRUNC, O_SYNC and the like to
+// O_WRONLY or O_RDWR): never follows a link in the last element (O_NOFOLLOW), close-on-exec, and
+// only a regular file is accepted. Tries without O_CREAT first and then with O_CREAT|O_EXCL, so
+// that it works under fs.protected_regular=2. Returns the descriptor, or none with errno set.
+[[nodiscard]] unique_fd safe_open_for_writing(const char* path, int flags, mode_t mode);
+
+// Opens a regular file below /tmp for reading when it belongs to root or to us; none otherwise.
+[[nodiscard]] unique_fd safe_open_trusted(const char* path);

@@ -1,0 +1,32 @@
+// Connections to the controller's PostgreSQL databases.
+//
+// Query texts escape with backslashes (wuic_escape_sql), which is only safe where the server reads
+// backslashes in literals. So every connection is opened with standard_conforming_strings off, and
+// one on which that cannot be had is refused.
+#pragma once
+
+#include "platform/ownership.h"
+
+struct wms_strbuf;
+
+struct controller_databases {
+    db_conn wms;
+    db_conn gapdb;
+    db_conn cfgmdb;
+    db_conn userdb;
+};
+
+// Sets PGOPTIONS for this process; called once, before the first connection.
+void database_init();
+
+// Opens the four databases side by side. Returns 0; or -1 at the first one (in the order of the
+// record) that failed: its document is in `response`, the log lines are written, nothing stays
+// open.
+[[nodiscard]] int databases_open(controller_databases* databases, wms_strbuf* response);
+
+// Opens one more connection with the same settings check. Returns an open connection; or one whose
+// status is not CONNECTION_OK, or null when memory ran out. database_error gives the reason.
+[[nodiscard]] db_conn database_connect(const char* conninfo);
+bool database_is_open(const db_conn& connection);
+// The library's message for a connection (null included); dies with the connection.
+const char* database_error(const PGconn* connection);

@@ -1,0 +1,40 @@
+// Escaping for SQL literals, JavaScript strings, markup and dotted location names, and a random
+// identifier.
+#pragma once
+
+#include <cstdint>
+
+struct wms_strbuf;
+
+// SQL literal (the server must read backslashes in literals, see database.h): a backslash before
+// each quote, apostrophe and backslash, and before "%" when `escape_percent`. Returns the full
+// length when it is below out_size; else zeroes all of `out` and returns the negated length, so
+// that a query is never built from a cut literal: a negative result is a failure.
+[[nodiscard]] int wuic_escape_sql(char* out, std::int32_t out_size, const char* in,
+                                  std::int32_t in_len, bool escape_percent);
+
+// JavaScript string; a length below 1 means the text's own. Angle brackets split the literal, so
+// that no closing script tag can form. Both return the buffer's text.
+const char* wuic_jsesc(char* out, std::int32_t out_size, const char* in, std::int32_t in_len);
+const char* wuic_jsesc_ii(wms_strbuf* buf, const char* in, std::int32_t in_len);
+
+// Markup: newlines kept, control bytes as "?". A cut never splits an entity. Both return the text.
+const char* wuic_sgmlesc(char* out, std::int32_t out_size, const char* in, std::int32_t in_len);
+const char* wuic_sgmlesc_ii(wms_strbuf* buf, const char* in, std::int32_t in_len);
+
+// Dotted location names (campus.building.floor.area): in a part, backslashes are doubled and dots
+// escaped. Results as fsb (fsb.h).
+int wuic_escape_fqln_part(char* out, std::int32_t out_size, const char* part,
+                          std::int32_t part_len);
+// Joins four parts with dots; of an escaped part at most 255 characters take part. Result as fsb.
+int wuic_build_fqln(char* out, std::int32_t out_size, const char* a, const char* b, const char* c,
+                    const char* d);
+// Splits at unescaped dots into up to four buffers, which are emptied first, and removes the
+// escapes; text after a fourth dot is dropped. Returns 0.
+// NOLINTNEXTLINE(readability-function-size): fixed interface
+int wuic_crack_fqln(const char* name, char* a, std::int32_t a_size, char* b, std::int32_t b_size,
+                    char* c, std::int32_t c_size, char* d, std::int32_t d_size);
+
+// The 36 characters of a fresh random UUID (RFC 4122), or an empty text when there is none.
+// `out_size` must be at least 37 for an identifier to fit.
+void wuic_get_uuid(char* out, std::int32_t out_size);

@@ -1,0 +1,41 @@
+// Fixed text buffer over the caller's storage: never overflows, and counts everything that was
+// appended, so that a negated length tells the caller both that the text did not fit and how long
+// the whole text is. The storage must outlive the record.
+//
+// The rule of every result here: a buffer counts as full from capacity - 1 characters on, so a text
+// that fills it exactly is reported as negative although nothing was lost.
+#pragma once
+
+#include <cstdarg>
+#include <cstdint>
+
+inline constexpr std::uint32_t fsb_magic = 0xBAADBEEF;
+
+// The same four fields in the same order as wms_strbuf, so that one release routine serves both.
+struct fsb {
+    std::uint32_t magic;
+    std::int32_t capacity;  // size of the storage in bytes
+    std::int32_t length;    // characters appended, in full; may exceed the capacity
+    char* data;             // the caller's storage; null with capacity 0 only measures
+};
+
+// Makes an empty buffer over `storage` of `size` bytes, which is not touched. Returns `buf`.
+fsb* fsb_new(fsb* buf, char* storage, std::int32_t size);
+
+// Appends `n` bytes, storing what fits. Returns the new length, negated when it is capacity - 1 or
+// more; -1 for a negative n or a length that would leave 32 bits, the buffer unchanged.
+int fsb_append(fsb* buf, const char* bytes, std::int32_t n);
+
+// Appends formatted text, storing one byte less than fsb_append would. Result as fsb_append.
+[[gnu::format(printf, 2, 3)]] int fsb_fmt(fsb* buf, const char* format, ...);
+[[gnu::format(printf, 2, 0)]] int fsb_vfmt(fsb* buf, const char* format, va_list args);
+
+// Empties the buffer.
+void fsb_clear(fsb* buf);
+
+// Sets the length to `offset` (whence 0), length + offset (1) or capacity + offset (2), without a
+// bounds check, and returns it. A negative length stores nothing until it is positive again.
+int fsb_seek(fsb* buf, std::int32_t offset, int whence);
+
+// Forgets the storage and zeroes the record.
+void fsb_free(fsb* buf);

@@ -1,0 +1,22 @@
+// The one signature of request handlers.
+#pragma once
+
+struct pg_conn;
+struct cgi;
+struct session_record;
+struct wms_strbuf;
+
+// Handles one request.
+//   key       the key under which the row was looked up
+//   response  receives one complete CGI response: header lines, blank line, body
+//   session   the caller's session; `found` tells whether there is one
+//   db        connection to the database wms; borrowed
+//   input     the parsed request
+// Returns 0, or a negative value; one that leaves the response empty is answered by the dispatcher
+// with the generic error "Internal error".
+using request_handler = int(const char* key, wms_strbuf* response, session_record* session,
+                            pg_conn* db, cgi* input);
+
+// Produces the XML body of a generic-wrapper row from the unescaped query (writable, never null).
+// Returns a malloc'ed, NUL-terminated text that the wrapper frees, or null.
+using wrapper_target = char*(session_record* session, char* query);

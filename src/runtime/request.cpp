@@ -1,0 +1,29 @@
+#include "runtime/request.h"
+
+#include <unistd.h>
+
+namespace {
+
+// NOLINTNEXTLINE(cppcoreguidelines-avoid-non-const-global-variables): the one global of the program
+request_record* current = nullptr;
+
+}  // namespace
+
+// The newest record is the current one; entry makes exactly one at a time.
+request_record::request_record() {
+    cgi_init(&input);
+    wms_strbuf_new(&response);
+    current = this;
+}
+
+request_record::~request_record() {
+    for (const int fd : lock_fds) {
+        if (fd >= 0) ::close(fd);
+    }
+    cgi_deinit(&input);
+    wms_strbuf_free(&response);
+    if (current == this) current = nullptr;
+}
+
+// REQUIRES: a record exists. Everything that asks is called between entry and exit.
+request_record& request_current() { return *current; }

@@ -1,0 +1,49 @@
+// The state of one request, made and destroyed with it. Interfaces whose fixed signature has no
+// room for it reach it through request_current(): levels, held locks, facts that are tested once,
+// the login challenge and the cookie buffer. That pointer is the program's only mutable global.
+#pragma once
+
+#include <array>
+#include <cstdint>
+
+#include "runtime/cgi.h"
+#include "runtime/log.h"
+#include "runtime/session_record.h"
+#include "runtime/strbuf.h"
+
+inline constexpr int lock_kind_count = 5;
+inline constexpr int cookie_buffer_size = 4096;
+
+// What a password check leaves behind when a second step is asked for.
+struct auth_challenge {
+    int statelen = 0;
+    char state[256] = {};
+    char reply_message[256] = {};
+};
+
+// A fact that is tested once per request and remembered.
+enum class remembered : std::uint8_t { unknown, no, yes };
+
+struct request_record {
+    cgi input{};
+    wms_strbuf response{};
+    session_record session{};
+    log_levels levels;
+    auth_challenge challenge;
+    std::array<int, lock_kind_count> lock_fds{-1, -1, -1, -1, -1};  // by lock kind; -1: not held
+    char cookie_buffer[cookie_buffer_size] = {};
+    remembered mon_debug = remembered::unknown;
+    remembered timing = remembered::unknown;
+    int timing_semaphore = -1;
+    bool wuic_is_cgi_exec =
+        false;  // set by this program's own entry; turns the slow-request log off
+
+    request_record();
+    ~request_record();  // releases input and response; closes held locks, whose files stay
+    request_record(const request_record&) = delete;
+    request_record& operator=(const request_record&) = delete;
+};
+
+// The record of the request that is being served.
+// REQUIRES: one exists. Tests make one where they call what needs it.
+request_record& request_current();

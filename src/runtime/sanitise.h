@@ -1,0 +1,13 @@
+// Checks on names and arguments that a client supplies. All are false for a null text, but for
+// is_restricted_filename, which refuses it.
+#pragma once
+
+// Contains ; " , < > or one of their (also doubly) percent-encoded forms, upper case only.
+[[nodiscard]] bool is_malicious_chars(const char* text);
+// Contains "../" or its (also doubly) percent-encoded form.
+[[nodiscard]] bool is_directory_traversal(const char* text);
+// Neither of the two.
+[[nodiscard]] bool is_sanitized(const char* text);
+// A bare file name that an upload must not carry: ".", "..", a leading ".", any "/", "\" or control
+// byte, more than 255 bytes, or not is_sanitized. An empty name is allowed: no file was chosen.
+[[nodiscard]] bool is_restricted_filename(const char* name);
