@@ -21,7 +21,7 @@ struct releaser {
 using db_conn = std::unique_ptr<PGconn, releaser<PQfinish>>;
 using db_result = std::unique_ptr<PGresult, releaser<PQclear>>;
 using malloc_text = std::unique_ptr<char, releaser<::free>>;
-using file_handle = std::unique_ptr<std::FILE, releaser<std::fclose>>;
+using stdio_file = std::unique_ptr<std::FILE, releaser<std::fclose>>;
 
 // Owns a file descriptor; -1 when it owns none.
 struct unique_fd {

@@ -35,6 +35,7 @@ struct request_record {
     remembered mon_debug = remembered::unknown;
     remembered timing = remembered::unknown;
     int timing_semaphore = -1;
+    const char* caller_role = "";  // what the controller lets this process be
     bool wuic_is_cgi_exec =
         false;  // set by this program's own entry; turns the slow-request log off
 
