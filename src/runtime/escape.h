@@ -9,12 +9,14 @@ struct wms_strbuf;
 // SQL literal (the server must read backslashes in literals, see database.h): a backslash before
 // each quote, apostrophe and backslash, and before "%" when `escape_percent`. Returns the full
 // length when it is below out_size; else zeroes all of `out` and returns the negated length, so
-// that a query is never built from a cut literal: a negative result is a failure.
+// that a query is never built from a cut literal: a negative result is a failure. So is a text with
+// a NUL in it, where the query would end, and a missing text with a length.
 [[nodiscard]] int wuic_escape_sql(char* out, std::int32_t out_size, const char* in,
                                   std::int32_t in_len, bool escape_percent);
 
 // JavaScript string; a length below 1 means the text's own. Angle brackets split the literal, so
-// that no closing script tag can form. Both return the buffer's text.
+// that no closing script tag can form. A cut never splits a replacement. Both return the buffer's
+// text ("" for a buffer without a block).
 const char* wuic_jsesc(char* out, std::int32_t out_size, const char* in, std::int32_t in_len);
 const char* wuic_jsesc_ii(wms_strbuf* buf, const char* in, std::int32_t in_len);
 
@@ -26,7 +28,8 @@ const char* wuic_sgmlesc_ii(wms_strbuf* buf, const char* in, std::int32_t in_len
 // escaped. Results as fsb (fsb.h).
 int wuic_escape_fqln_part(char* out, std::int32_t out_size, const char* part,
                           std::int32_t part_len);
-// Joins four parts with dots; of an escaped part at most 255 characters take part. Result as fsb.
+// Joins four parts with dots (a missing one is empty); of an escaped part at most 255 characters
+// take part. Result as fsb.
 int wuic_build_fqln(char* out, std::int32_t out_size, const char* a, const char* b, const char* c,
                     const char* d);
 // Splits at unescaped dots into up to four buffers, which are emptied first, and removes the

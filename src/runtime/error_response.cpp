@@ -1,0 +1,71 @@
+#include "runtime/error_response.h"
+
+#include <cstdarg>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <string_view>
+
+#include "runtime/escape_table.h"
+#include "runtime/strbuf.h"
+#include "runtime/text.h"
+
+namespace {
+
+constexpr std::size_t reason_size = 1024;
+
+constexpr escape_table error_text = [] {
+    escape_table table;
+    table.set('&', "&amp;");
+    table.set('<', "&lt;");
+    table.set('>', "&gt;");
+    return table;
+}();
+
+// Where the bound cut a reference in two, what is left of it goes as well.
+void drop_split_reference(char* reason, std::size_t length) {
+    constexpr std::size_t longest_reference = 6;
+    const std::string_view text{reason, length};
+    const std::size_t start = text.rfind('&');
+    if (start == std::string_view::npos || length - start >= longest_reference) return;
+    if (text.find(';', start) == std::string_view::npos) reason[start] = '\0';
+}
+
+[[gnu::format(printf, 2, 0)]] void format_reason(char (&reason)[reason_size], const char* format,
+                                                 va_list args) {
+    const int n = std::vsnprintf(reason, reason_size, format, args);
+    if (n < 0) reason[0] = '\0';
+    if (n >= static_cast<int>(reason_size)) drop_split_reference(reason, reason_size - 1);
+}
+
+}  // namespace
+
+void wuic_generic_error(wms_strbuf* response, const char* format, ...) {
+    char reason[reason_size];
+    va_list args;
+    va_start(args, format);
+    format_reason(reason, format, args);
+    va_end(args);
+    wms_strbuf_clear(response);
+    wms_strbuf_fmt(response,
+                   "%s<qorin>\n  <status>Error</status>\n  <reason>%s</reason>\n</qorin>\n",
+                   xml_header, reason);
+}
+
+void wuic_generic_error_ii(wms_strbuf* response, const char* format, ...) {
+    char reason[reason_size];
+    va_list args;
+    va_start(args, format);
+    format_reason(reason, format, args);
+    va_end(args);
+    wms_strbuf_clear(response);
+    wms_strbuf_fmt(response, "%s<re><ERROR>%s</ERROR></re>\n", xml_header, reason);
+}
+
+const char* error_text_escape(char* out, std::size_t out_size, const char* text) {
+    if (out_size == 0) return out;
+    bounded_writer to = bounded_writer_new(out, static_cast<std::int64_t>(out_size - 1));
+    escape_append(&to, text_or_null(text), error_text);
+    out[to.used < to.size ? to.used : to.size] = '\0';
+    return out;
+}
