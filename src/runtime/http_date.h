@@ -1,0 +1,29 @@
+// HTTP dates (RFC 9110 section 5.6.7, IMF-fixdate) and conditional GET (section 13.1.3).
+#pragma once
+
+#include <cstdint>
+#include <ctime>
+
+struct cgi;
+struct wms_strbuf;
+
+inline constexpr std::int32_t http_date_size = 30;  // bytes of a date with its NUL
+
+// Formats a UTC time, NUL-terminated; cut where `out_size` is smaller than http_date_size, empty
+// for a year that has not four digits. Returns `out`.
+char* wuic_get_http_date(char* out, std::int32_t out_size, std::time_t time);
+
+// The inverse: weekday (not checked), day, month name, year, hour, minute, second and "GMT",
+// separated by any of ":", "-", blank, tab, CR and LF. Returns seconds since the epoch; -1 when a
+// field is missing, is no number, or is out of range (a year below 1000 included; a leap second is
+// not).
+std::time_t wuic_parse_http_date(const char* text);
+
+// The modification time of a file, or -1 when it cannot be examined.
+std::time_t wuic_get_last_modified_time(const char* path);
+
+// Stores the file's modification time in `mtime`. When the request asks for it only if it was
+// modified since a time that is not earlier, appends the complete 304 response and returns 1: the
+// handler then sends nothing else. Otherwise returns 0.
+int wuic_handle_if_modified_since(wms_strbuf* response, const cgi* input, const char* path,
+                                  std::time_t* mtime);
