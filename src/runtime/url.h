@@ -1,17 +1,19 @@
 // URL escaping and unescaping (RFC 3986 section 2.1, and "+" for a blank as HTML forms write it).
 //
 // Results: the length of the whole output; negated when it exceeds `out_size`. A text that fills
-// the buffer exactly is not negative and gets no NUL, so callers that need one pass size - 1.
+// the buffer exactly is not negative and gets no NUL, so callers that need one pass size - 1. A
+// negative length or size, or an output longer than the result can tell, is -1 with nothing
+// written.
 #pragma once
 
 #include <cstdint>
 
 // Letters and digits are copied, LF is "%0A", with `crlf` a CR LF pair is a single "%0A", all else
-// is
-// "%" and two upper-case digits.
+// is "%" and two upper-case digits.
 int cgi_escape_url(char* out, std::int32_t out_size, const char* in, std::int32_t in_len,
                    bool crlf);
-// Also copies the characters ~!?@#$%&*()-_+=[]{};:',./ and always terminates a non-empty buffer.
+// Also copies the characters ~!?@#$%&*()-_+=[]{};:',./ and terminates a text that does not fit at
+// the last byte of the buffer.
 int cgi_escape_url_ex(char* out, std::int32_t out_size, const char* in, std::int32_t in_len,
                       bool crlf);
 
