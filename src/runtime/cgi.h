@@ -64,20 +64,23 @@ const char* cgi_get_var(const cgi* input, const char* name);
 // Sets every override of `src` in `dst`. Returns 0, or -1 when memory runs out.
 int cgi_copy_vars(cgi* dst, const cgi* src);
 
-// True when the request's URI names one of the two pages whose uploads are spooled to disk.
-// cgi_parse then writes the body to flash, so whoever calls it has checked the caller first, or
-// calls cgi_discard_body instead.
+// True when the request is a POST and its URI names one of the two pages whose uploads are spooled
+// to disk. cgi_parse then writes the body to flash, so whoever calls it has checked the caller
+// first, or calls cgi_discard_body instead.
 bool cgi_is_spooled_upload(const cgi* input);
 // Reads the request's body from standard input to its end or its stated length, and drops it.
 void cgi_discard_body(const cgi* input);
 
 // Reads the request: query string of a GET (screened for markup), body of a POST from standard
-// input. Returns 0 or a cgi_parse_error.
+// input. What an earlier parse left is dropped first. Returns 0 or a cgi_parse_error; after an
+// error there are no fields.
 [[nodiscard]] int cgi_parse(cgi* input);
 // Parse a caller's buffer as a form. `mode` -1: multipart when CONTENT_TYPE says so; other
 // non-zero: multipart; 0: URL-encoded. cgi_parse_ii works on a private copy; cgi_parse_iii in
 // `data` itself, which must have one writable byte after its `len` and outlive the record. `data`
-// itself is also recorded as `raw`. Both return 0 at once for an empty buffer.
+// itself is also recorded as `raw`. Both return 0 at once for an empty buffer, -1 for a form that
+// cannot be parsed, cgi_refused_file for a refused file name.
+// REQUIRES: `data` does not belong to the record.
 [[nodiscard]] int cgi_parse_ii(cgi* input, char* data, std::int32_t len, int mode);
 [[nodiscard]] int cgi_parse_iii(cgi* input, char* data, std::int32_t len, int mode);
 

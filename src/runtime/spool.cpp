@@ -1,0 +1,131 @@
+#include "runtime/spool.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <optional>
+#include <unistd.h>
+
+#include "platform/free_space.h"
+#include "platform/ownership.h"
+#include "platform/paths.h"
+#include "platform/safe_open.h"
+
+#include "runtime/body_input.h"
+#include "runtime/log.h"
+#include "runtime/spool_parser.h"
+
+namespace {
+
+constexpr int log_error = 3;
+constexpr std::int64_t mib = 1048576;
+// Beyond this nothing can be stored anyway, and twice as much still fits into 64 bits.
+constexpr std::int64_t length_max = std::int64_t{1} << 60;
+
+struct spool_place {
+    const char* path;
+    int on_ramdisk;            // 1 or 0, as it is logged
+    std::int64_t memory_need;  // MiB that must be free to receive an operating-system image
+};
+
+constexpr spool_place on_flash{paths::spool_flash, 0, 60};
+constexpr spool_place on_ramdisk{paths::spool_ramdisk, 1, 75};
+
+// Removes the spool file on every way out.
+struct spool_file_guard {
+    const char* path;
+    explicit spool_file_guard(const char* spool_path) : path(spool_path) {}
+    ~spool_file_guard() { ::unlink(path); }
+    spool_file_guard(const spool_file_guard&) = delete;
+    spool_file_guard& operator=(const spool_file_guard&) = delete;
+};
+
+// Both figures in bytes; what does not fit counts as all there is.
+std::int64_t to_bytes(std::int64_t size_mib) {
+    return size_mib > length_max / mib * 4 ? length_max * 4 : size_mib * mib;
+}
+
+std::int64_t measure_flash(std::int64_t need) {
+    const std::int64_t free = free_flash_mib();
+    if (to_bytes(free) >= need) return free;
+    for (const char* leftover : {paths::spool_flash, paths::os_image, paths::spool_ramdisk}) {
+        ::unlink(leftover);
+    }
+    return free_flash_mib();
+}
+
+std::optional<spool_place> choose_place(std::int64_t length) {
+    const std::int64_t need = 2 * length;
+    const std::int64_t flash = measure_flash(need);
+    if (to_bytes(flash) >= need) return on_flash;
+    if (to_bytes(free_ramdisk_mib()) > length && to_bytes(flash) > length) return on_ramdisk;
+    wuic_log(log_error, "Current free flash space (%lld MB) is too low. System needs %lld MB",
+             static_cast<long long>(flash), static_cast<long long>((need + mib - 1) / mib));
+    return std::nullopt;
+}
+
+bool has_memory(const cgi* input, const spool_place& place) {
+    const char* const uri = cgi_get_var(input, "REQUEST_URI");
+    if (uri == nullptr || std::strstr(uri, os_upload_page) == nullptr) return true;
+    const std::int64_t free = free_memory_bytes();
+    if (free >= place.memory_need * mib) return true;
+    wuic_log(log_error, "Current free memory (%lld MB) is too low. System needs %lld MB",
+             static_cast<long long>(free / mib), static_cast<long long>(place.memory_need));
+    return false;
+}
+
+// Copies the body into the spool file. Returns 0 or cgi_read_error.
+int receive(int spool, std::int64_t length, char* window, int on_ramdisk_flag) {
+    std::int64_t bytes_read = 0;
+    std::int64_t bytes_written = 0;
+    while (bytes_read < length) {
+        const auto want = std::min(static_cast<std::int64_t>(body_chunk), length - bytes_read);
+        const ssize_t got = read_whole(STDIN_FILENO, window, static_cast<std::size_t>(want));
+        if (got <= 0) break;
+        bytes_read += got;
+        if (!write_whole(spool, window, static_cast<std::size_t>(got))) {
+            wuic_log(log_error, "write error (%d) writing to post.data. usetmp:%d", errno,
+                     on_ramdisk_flag);
+            return cgi_read_error;
+        }
+        bytes_written += got;
+    }
+    if (bytes_read == length && bytes_written == length) return 0;
+    wuic_log(log_error, "read size (%lld), write size (%lld) and actual size (%lld) mismatch",
+             static_cast<long long>(bytes_read), static_cast<long long>(bytes_written),
+             static_cast<long long>(length));
+    return cgi_read_error;
+}
+
+int receive_and_parse(cgi* input, std::int64_t length, const spool_place& place) {
+    const malloc_text window{static_cast<char*>(std::malloc(body_chunk))};
+    if (!window) return cgi_no_memory;
+    const unique_fd spool = safe_open_for_writing(place.path, O_RDWR | O_TRUNC | O_SYNC, 0666);
+    if (!spool) {
+        wuic_log(log_error, "open failed (%d) on post.data file. usetmp: %d", errno,
+                 place.on_ramdisk);
+        return cgi_read_error;
+    }
+    const spool_file_guard cleanup{place.path};
+    if (const int error = receive(spool.get(), length, window.get(), place.on_ramdisk)) {
+        return error;
+    }
+    if (::lseek(spool.get(), 0, SEEK_SET) != 0) return cgi_read_error;
+    const int result = spool_parse(input, spool.get(), window.get());
+    if (result != 0) ::unlink(paths::os_image);
+    return result;
+}
+
+}  // namespace
+
+int spool_upload(cgi* input, std::int64_t length) {
+    if (length > length_max) return cgi_too_long;
+    const auto place = choose_place(length);
+    if (!place || !has_memory(input, *place)) {
+        body_discard(length);
+        return cgi_low_space;
+    }
+    return receive_and_parse(input, length, *place);
+}
