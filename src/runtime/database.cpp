@@ -1,0 +1,163 @@
+#include "runtime/database.h"
+
+#include <array>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <poll.h>
+
+#include "platform/paths.h"
+
+#include "runtime/error_response.h"
+#include "runtime/log.h"
+
+namespace {
+
+constexpr int log_error = 3;
+constexpr int log_debug = 7;
+constexpr std::size_t reason_size = 1024;
+constexpr char literals_setting[] = "standard_conforming_strings";
+constexpr char server_options[] = "-c standard_conforming_strings=off -c escape_string_warning=off";
+
+struct database_row {
+    const char* conninfo;
+    const char* name;   // as the error line writes it
+    const char* label;  // as the debug line writes it
+    db_conn controller_databases::*slot;
+};
+
+constexpr auto databases_table = std::to_array<database_row>({
+    {.conninfo = paths::db_wms,
+     .name = "WMS db",
+     .label = "WMS",
+     .slot = &controller_databases::wms},
+    {.conninfo = paths::db_gap,
+     .name = "GAP db",
+     .label = "GAP",
+     .slot = &controller_databases::gapdb},
+    {.conninfo = paths::db_cfgm,
+     .name = "CFGM db",
+     .label = "CFGM",
+     .slot = &controller_databases::cfgmdb},
+    {.conninfo = paths::db_user,
+     .name = "userdbv3 ",
+     .label = "USER",
+     .slot = &controller_databases::userdb},
+});
+
+// A connection in the making. It waits for its socket in the direction that `wants` names until it
+// is open or failed.
+struct pending_connection {
+    db_conn conn;
+    PostgresPollingStatusType wants = PGRES_POLLING_FAILED;
+};
+
+using pending_connections = std::array<pending_connection, databases_table.size()>;
+
+bool reads_backslashes(const PGconn* conn) {
+    const char* const value = PQparameterStatus(conn, literals_setting);
+    return value != nullptr && std::strcmp(value, "off") == 0;
+}
+
+// The options of the start-up may be lost on the way, in a connection pooler for one.
+void require_backslashes(PGconn* conn) {
+    if (PQstatus(conn) != CONNECTION_OK || reads_backslashes(conn)) return;
+    const db_result ignored(PQexec(conn, "SET standard_conforming_strings TO off"));
+}
+
+bool is_settled(const pending_connection& pending) {
+    return pending.wants == PGRES_POLLING_OK || pending.wants == PGRES_POLLING_FAILED;
+}
+
+pending_connection start_connection(const char* conninfo) {
+    pending_connection pending = {.conn = db_conn(PQconnectStart(conninfo))};
+    const bool started = pending.conn && PQstatus(pending.conn.get()) != CONNECTION_BAD;
+    // The library's rule: a connection that was just started waits to write.
+    pending.wants = started ? PGRES_POLLING_WRITING : PGRES_POLLING_FAILED;
+    return pending;
+}
+
+// The socket is asked for each time, since the library may have opened another one.
+pollfd poll_entry(const pending_connection& pending) {
+    if (is_settled(pending)) return {.fd = -1, .events = 0, .revents = 0};
+    const short events = pending.wants == PGRES_POLLING_READING ? POLLIN : POLLOUT;
+    return {.fd = PQsocket(pending.conn.get()), .events = events, .revents = 0};
+}
+
+// True when some connection can no longer change what is reported: all are open, or one failed and
+// all before it are open.
+bool is_decided(const pending_connections& all) {
+    for (const pending_connection& pending : all) {
+        if (pending.wants == PGRES_POLLING_FAILED) return true;
+        if (pending.wants != PGRES_POLLING_OK) return false;
+    }
+    return true;
+}
+
+// Waits once and lets every connection whose socket is ready take its next step. Returns false when
+// waiting is impossible.
+bool advance(pending_connections* all) {
+    std::array<pollfd, databases_table.size()> entries = {};
+    for (std::size_t i = 0; i < all->size(); ++i)
+        entries[i] = poll_entry((*all)[i]);
+    if (poll(entries.data(), entries.size(), -1) < 0) return errno == EINTR;
+    for (std::size_t i = 0; i < all->size(); ++i) {
+        pending_connection& pending = (*all)[i];
+        if (entries[i].revents != 0) pending.wants = PQconnectPoll(pending.conn.get());
+    }
+    return true;
+}
+
+void report_failure(const database_row& row, const PGconn* conn, wms_strbuf* response) {
+    const char* const reason = database_error(conn);
+    char escaped[reason_size];
+    wuic_generic_error(response, "can't connect to db: %s",
+                       error_text_escape(escaped, sizeof escaped, reason));
+    controller_log(log_error, "can't connect to %s: %s", row.name, reason);
+    controller_log(log_debug, "%s(): PQconnectdb() for %s database RETURNED:%d\n", "main",
+                   row.label, static_cast<int>(PQstatus(conn)));
+}
+
+}  // namespace
+
+void database_init() {
+    static_cast<void>(setenv("PGOPTIONS", server_options, 1));
+}
+
+int databases_open(controller_databases* databases, wms_strbuf* response) {
+    pending_connections all;
+    for (std::size_t i = 0; i < all.size(); ++i) {
+        all[i] = start_connection(databases_table[i].conninfo);
+    }
+    while (!is_decided(all)) {
+        if (!advance(&all)) break;
+    }
+    for (std::size_t i = 0; i < all.size(); ++i) {
+        const database_row& row = databases_table[i];
+        db_conn& conn = all[i].conn;
+        if (all[i].wants == PGRES_POLLING_OK) require_backslashes(conn.get());
+        if (!database_is_open(conn)) {
+            report_failure(row, conn.get(), response);
+            *databases = {};
+            return -1;
+        }
+        databases->*row.slot = std::move(conn);
+    }
+    return 0;
+}
+
+db_conn database_connect(const char* conninfo) {
+    db_conn conn(PQconnectdb(conninfo));
+    require_backslashes(conn.get());
+    return conn;
+}
+
+bool database_is_open(const db_conn& connection) {
+    return PQstatus(connection.get()) == CONNECTION_OK && reads_backslashes(connection.get());
+}
+
+const char* database_error(const PGconn* connection) {
+    const bool refused = PQstatus(connection) == CONNECTION_OK && !reads_backslashes(connection);
+    return refused ? "the server does not let standard_conforming_strings be turned off"
+                   : PQerrorMessage(connection);
+}
