@@ -1,0 +1,1 @@
+-- Database "cfgmdb": the configuration manager. The program connects to it; it reads no table yet.

@@ -1,0 +1,1 @@
+-- Database "gapdb": the global tables of access points. The program connects to it; it reads no table yet.
