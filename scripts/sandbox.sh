@@ -22,7 +22,7 @@ here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd -P)
 # shellcheck source=scripts/lib.sh
 . "$here/lib.sh"
 
-services= preset=release net=(--net) private_net=yes port=4343 listen=127.0.0.1 lifeline=no
+services='' preset=release net=(--net) private_net=yes port=4343 listen=127.0.0.1 lifeline=no
 while [[ $# -gt 0 && $1 != -- ]]; do
     case $1 in
         --services) services=$2 && shift 2 ;;

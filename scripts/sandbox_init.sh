@@ -8,7 +8,7 @@ set -euo pipefail
 . scripts/services.sh
 
 run_with_lifeline() {
-    local lifeline command closed ended= status=0
+    local lifeline command closed ended='' status=0
     exec {lifeline}<&0
     "$@" </dev/null {lifeline}<&- &
     command=$!
