@@ -1,0 +1,20 @@
+import pytest
+
+import harness
+
+
+@pytest.fixture(autouse=True)
+def fresh():
+    harness.clean_state()
+    yield
+    assert harness.order("pending")["pending"] == 0, "a planned misbehaviour was never met"
+
+
+@pytest.fixture
+def admin():
+    return harness.add_session()
+
+
+@pytest.fixture
+def reader():
+    return harness.add_session(user="reader", role="read-only")

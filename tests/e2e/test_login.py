@@ -1,0 +1,123 @@
+"""What a login leaves behind: the answer to the byte, the session's row, what the controller saw."""
+
+import json
+import re
+import threading
+from urllib.parse import parse_qsl
+
+import pytest
+
+import harness
+
+LOGIN = "/v1/api/login"
+PIN_COOKIE = "CPnextpin=; path=/; expires=Sat, 01-Jan-1970 00:00:00 GMT;"
+UUID = "[0-9a-f]{8}(-[0-9a-f]{4}){3}-[0-9a-f]{12}"
+
+
+def login(user="admin", password="wlan-Demo1"):
+    return harness.post_form(LOGIN, {"username": user, "password": password})
+
+
+def refused(text):
+    return '{"_global_result": {"status":"1", "status_str": "%s"}}\r\n' % text
+
+
+def rows():
+    return harness.sql("SELECT sid, ip, _user, role, admin, path, "
+                       "abs(extract(epoch FROM NOW() - created_time)) < 60, "
+                       "modified_time = created_time FROM http_session")
+
+
+def test_a_login_is_answered_recorded_and_usable():
+    response = login()
+    sid = json.loads(response.text)["_global_result"]["UIDQORIN"]
+    assert re.fullmatch(UUID, sid)
+    assert response.text == ('{"_global_result": {"status":"0", "status_str": "You\'ve logged in '
+                             'successfully.", "UIDQORIN":"%s"}}\r\n' % sid)
+    assert response.cookies() == ["SESSION=%s; path=/;secure=;" % sid, PIN_COOKIE]
+    assert rows() == [[sid, "127.0.0.1", "admin", "root", "1", "/", "t", "t"]]
+    assert harness.execute(sid).text == harness.SHOW_HOSTNAME
+    auth, command = harness.traffic()
+    assert (auth["user"], auth["ip"], auth["sid"]) == ("", "", "")
+    assert auth["command"].startswith("wuic:auth?uid=admin&passwd=wlan%2DDemo1&srcip=127%2E0%2E0%2E1")
+    assert [name for name, _ in parse_qsl(auth["command"].partition("?")[2])] == [
+        "uid", "passwd", "srcip", "srcport", "dstip", "dstport"]
+    assert (command["user"], command["ip"], command["sid"]) == ("admin", "127.0.0.1", sid)
+    assert harness.http_request("/v1/api/logout", headers=harness.as_session(sid)).status == 200
+    assert rows() == []
+    assert harness.NO_PERMISSION in harness.execute(sid).text
+
+
+def test_names_and_passwords_with_every_kind_of_quote_arrive_unchanged():
+    assert login("o'brien", '50% "off" & <more>\\').status == 200
+    assert [row[2:4] + row[5:6] for row in rows()] == [["o'brien", "read-only", "/a'b"]]
+
+
+def test_a_multipart_form_logs_in_too():
+    body, headers = harness.multipart(("username", b"admin"), ("password", b"wlan-Demo1"))
+    assert harness.http_request(LOGIN, "POST", body, headers).status == 200
+
+
+def test_a_path_that_does_not_fit_becomes_empty_and_nothing_is_cut():
+    harness.plan(output="role=root&path=/" + "p" * 300)
+    assert login().status == 200
+    assert [row[5] for row in rows()] == [""]
+
+
+@pytest.mark.parametrize("role", ["root'; DELETE FROM http_session; --", "ro\\", "r\"'\\'"])
+def test_a_role_from_the_helper_is_data(role):
+    kept = harness.add_session(user="other")
+    harness.plan(output="path=/&role=" + "".join("%%%02X" % byte for byte in role.encode()))
+    assert login().status == 200
+    assert sorted(row[3] for row in rows()) == sorted(["root", role])
+    assert kept in [row[0] for row in rows()]
+
+
+def test_the_64th_session_is_the_last():
+    harness.sql("INSERT INTO http_session SELECT 's' || n, '192.0.2.1', 'u', 'read-only', '', "
+                "NOW(), NOW(), 1, '/' FROM generate_series(1, 63) n")
+    assert login().status == 200
+    response = login()
+    assert (response.status, response.text) == (
+        401, refused("Unauthorized request, session limit reached"))
+    assert harness.session_count() == 64
+    harness.assert_logged("Reached session limit: 64")
+    harness.assert_logged("WebUI session limit reached: 64. Can't create any more WebUI sessions.")
+
+
+def test_a_session_that_cannot_be_stored_is_no_login():
+    harness.sql("ALTER TABLE http_session ADD CONSTRAINT nobody CHECK (_user = '')")
+    try:
+        response = login()
+    finally:
+        harness.sql("ALTER TABLE http_session DROP CONSTRAINT nobody")
+    assert (response.status, response.text) == (
+        401, refused("Unauthorized request, can't update session"))
+    harness.assert_logged("Can't update a new session: ")
+    harness.assert_logged("Can't update a new session (main): ")
+
+
+def test_the_factory_default_state_has_no_login():
+    harness.FACTORY_DEFAULT.touch()
+    response = login()
+    assert response.header("Content-Type").startswith("text/html")
+    assert (harness.session_count(), harness.traffic()) == (0, [])
+
+
+def test_logins_side_by_side_do_not_mix():
+    users = [("admin", "wlan-Demo1"), ("reader", "wlan-Demo2"), ("guest", "wlan-Demo3"),
+             ("standard", "wlan-Demo4")] * 2
+    found = {}
+
+    def one(number):
+        sid = json.loads(login(*users[number]).text)["_global_result"]["UIDQORIN"]
+        found[number] = (sid, harness.execute(sid, "ping %d" % number).text)
+
+    threads = [threading.Thread(target=one, args=(number,)) for number in range(len(users))]
+    for thread in threads:
+        thread.start()
+    for thread in threads:
+        thread.join()
+    owners = {row[0]: row[2] for row in rows()}
+    assert [owners[found[number][0]] for number in range(len(users))] == [user for user, _ in users]
+    assert all('"Target">%d<' % number in found[number][1] for number in found)
