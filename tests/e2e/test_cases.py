@@ -1,20 +1,24 @@
 """Runs the tables in cases/. A case tells one request and everything that may come of it.
 
 The request:
-  session   a row to put into the table first (user, role, ip, sid); its cookie is sent
-  path      with the query; $SID is the session's identifier, here and everywhere
+  session   whose row is put into the table first: a name below, or the row; its cookie is sent
+  path, query   $SID is the session's identifier, here and everywhere
   form      fields of a POST; or body_sent, for a POST of just that
   method, headers, cookie     as they go out
   plans     misbehaviour of the controller (see sim/faults.py)
-  env, argv0   start the program by hand, with these variables and this entry 0
+  env, argv0   start the program by hand, with these variables ("absent": without) and this entry 0
 The outcome:
-  body, pattern, reason, error, api   the whole body; an expression for all of it; the reason of the
-            generic error document; the text of an ERROR reply; the text of a refusal of the JSON API
+  body, pattern   the whole body, or an expression for all of it
+  reason    that of the generic error document;  error   the text of an ERROR reply
+  refused   no permission, and the key that the log names (empty: whichever)
+  token     the token was refused, and what the log says
+  api       the text of a refusal by the JSON API
   status, type, cookies    200, text/xml and none unless given
-  traffic   what the controller received, in order, the keys that matter; nothing unless given;
-            "~" opens an expression
+  traffic   what the controller received, in order, the keys that matter ("~" opens an expression),
+            or just how often it was asked; nothing unless given
   log       texts that lines of the error log contain; nothing is logged unless given
   rows      sessions afterwards; as before unless given
+A table "default" fills in what a case leaves out.
 """
 
 import re
@@ -27,20 +31,29 @@ import pytest
 import harness
 
 PIN_COOKIE = "CPnextpin=; path=/; expires=Sat, 01-Jan-1970 00:00:00 GMT;"
-API_REFUSAL = '{"_global_result": {"status":"1", "status_str": "%s"}}\r\n'
+API_REFUSAL = '{"_global_result": {"status":"1", "status_str": "Unauthorized request, %s"}}\r\n'
 
-REQUEST_KEYS = {"name", "session", "path", "form", "body_sent", "method", "headers", "cookie",
-                "plans", "env", "argv0"}
-OUTCOME_KEYS = {"body", "pattern", "reason", "error", "api", "status", "type", "cookies",
-                "traffic", "log", "rows"}
+SESSIONS = {
+    "none": None,
+    "admin": {"user": "admin", "role": "root"},
+    "standard": {"user": "standard", "role": "standard"},
+    "reader": {"user": "reader", "role": "read-only"},
+    "guest": {"user": "guest", "role": "guest-provisioning"},
+}
+KEYS = {
+    "session", "path", "query", "form", "body_sent", "method", "headers", "cookie", "plans", "env",
+    "argv0", "body", "pattern", "reason", "error", "refused", "token", "api", "status", "type",
+    "cookies", "traffic", "log", "rows",
+}
 
 
 def load_cases():
     for path in sorted(Path(__file__).with_name("cases").glob("*.toml")):
-        for case in tomllib.loads(path.read_text(encoding="utf-8"))["case"]:
-            unknown = set(case) - REQUEST_KEYS - OUTCOME_KEYS
-            assert not unknown, (path, case["name"], unknown)
-            yield pytest.param(case, id="%s: %s" % (path.stem, case["name"]))
+        cases = tomllib.loads(path.read_text(encoding="utf-8"))
+        default = cases.pop("default", {})
+        for name, case in cases.items():
+            assert not set(case) - KEYS, (path, name, set(case) - KEYS)
+            yield pytest.param({**default, **case}, id="%s: %s" % (path.stem, name))
 
 
 def fill(value, sid):
@@ -53,25 +66,23 @@ def fill(value, sid):
     return value
 
 
-def body_of(case):
-    if "form" in case:
-        return urlencode(case["form"]).encode()
-    return case.get("body_sent", "").encode("utf-8")
-
-
 def send(case, sid):
-    body = body_of(case)
-    method = case.get("method", "POST" if "form" in case or "body_sent" in case else "GET")
+    posted = "form" in case or "body_sent" in case
+    method = case.get("method", "POST" if posted else "GET")
+    body = b""
+    if method != "GET" and posted:
+        body = case.get("body_sent", urlencode(case.get("form", {}))).encode()
+    path = case.get("path", "/") + ("?" + case["query"] if "query" in case else "")
     if "env" in case or "argv0" in case:
-        return send_by_hand(case, sid, method, body)
+        return send_by_hand(case, sid, path, method, body)
     headers = harness.form_headers(case.get("headers")) if body else case.get("headers", {})
     cookie = case.get("cookie", "SESSION=" + sid if sid else None)
     if cookie is not None:
         headers = {**headers, "Cookie": cookie}
-    return harness.http_request(case["path"], method, body, headers)
+    return harness.http_request(path, method, body, headers)
 
 
-def send_by_hand(case, sid, method, body):
+def send_by_hand(case, sid, path, method, body):
     env = {"REQUEST_METHOD": method}
     if method == "POST":
         env.update(CONTENT_TYPE="application/x-www-form-urlencoded", CONTENT_LENGTH=str(len(body)))
@@ -79,12 +90,18 @@ def send_by_hand(case, sid, method, body):
         env["QORIN_AUTH_SESSION_ID"] = sid
     env.update(case.get("env", {}))
     env = {name: None if value == "absent" else value for name, value in env.items()}
-    return harness.cgi_request(case.get("path", "/"), env, body, case.get("argv0", harness.PROGRAM))
+    return harness.cgi_request(path, env, body, case.get("argv0", harness.PROGRAM))
 
 
 def expand(case):
     """The outcome with its short forms written out."""
     outcome = {"status": 200, "type": "text/xml", "cookies": [], "traffic": [], "log": []}
+    if "refused" in case:
+        case = {**case, "reason": harness.NO_PERMISSION}
+        outcome["log"] = ["no permission to execute opcode/program " + case["refused"]]
+    if "token" in case:
+        case = {**case, "reason": "SID Validation failed"}
+        outcome["log"] = case["token"] + ["SID Validation failed "]
     if "api" in case:
         outcome.update(status=401, type="application/json", body=API_REFUSAL % case["api"],
                        cookies=["=(null); path=/;secure=;", PIN_COOKIE])
@@ -97,6 +114,8 @@ def expand(case):
 
 def check_traffic(want):
     seen = harness.traffic()
+    if isinstance(want, int):
+        want = [{"channel": "helper"}] * want
     assert len(seen) == len(want), seen
     for line, part in zip(seen, want):
         for key, value in part.items():
@@ -113,8 +132,7 @@ def check(response, want):
         assert response.text == want["body"]
     assert response.status == want["status"]
     assert response.header("Content-Type") == want["type"]
-    if want["cookies"] != "any":
-        assert response.cookies() == want["cookies"]
+    assert response.cookies() == want["cookies"]
     check_traffic(want["traffic"])
     for text in want["log"]:
         harness.assert_logged(text)
@@ -123,7 +141,9 @@ def check(response, want):
 
 @pytest.mark.parametrize("case", load_cases())
 def test_case(case):
-    sid = harness.add_session(**case["session"]) if "session" in case else ""
+    row = case.get("session")
+    row = SESSIONS[row] if isinstance(row, str) else row
+    sid = harness.add_session(**row) if row else ""
     case = fill(case, sid)
     for plan in case.get("plans", []):
         harness.plan(**plan)
