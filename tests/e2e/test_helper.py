@@ -84,10 +84,10 @@ def test_no_password_goes_to_a_helper_of_another_user():
         assert received() == b""
 
 
-@pytest.mark.parametrize("size", range(REPLY_SIZE))
-def test_a_reply_that_ends_early(admin, size):
-    harness.plan(output=ANSWER, close_after=size)
-    harness.assert_cli_error(harness.execute(admin), "Failed to read socket: Success")
+def test_a_reply_that_ends_early_wherever_it_ends(admin):
+    for size in range(REPLY_SIZE):
+        harness.plan(output=ANSWER, close_after=size)
+        harness.assert_cli_error(harness.execute(admin), "Failed to read socket: Success")
 
 
 @pytest.mark.parametrize("chunk", [1, 3])
