@@ -3,7 +3,7 @@
 add_library(wms_flags INTERFACE)
 target_compile_options(wms_flags INTERFACE
     -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wold-style-cast -Wformat=2
-    -Wnull-dereference -Wundef -Wcast-align -fno-strict-aliasing)
+    -Wundef -Wcast-align -fno-strict-aliasing)
 if(WMS_WERROR)
     target_compile_options(wms_flags INTERFACE -Werror)
 endif()

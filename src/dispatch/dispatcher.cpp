@@ -1,0 +1,158 @@
+#include "dispatch/dispatcher.h"
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <ctime>
+#include <string_view>
+
+#include "platform/controller.h"
+
+#include "runtime/cgi.h"
+#include "runtime/error_response.h"
+#include "runtime/escape.h"
+#include "runtime/log.h"
+#include "runtime/session_record.h"
+#include "runtime/strbuf.h"
+#include "runtime/text.h"
+
+#include "auth/permission.h"
+
+#include "dispatch/dispatch_table.h"
+#include "dispatch/refusals.h"
+#include "dispatch/setup_page.h"
+#include "dispatch/slow_request_log.h"
+#include "dispatch/token.h"
+
+namespace {
+
+// Rows that must answer before there is a session. Nothing else of mask 0xFFFF runs without one.
+constexpr auto rows_before_session = std::to_array<std::string_view>({
+    "/dap/apcount",
+    "/dap/proc_end_point",
+    "/dap/proc_route",
+    "/dap/proc_tunnel",
+    "/dap/proc_vlan",
+    "/dap/register",
+    "/dap/un_register",
+    "/rac/login",
+    "/rac/logout",
+    "/screens/wms/wms.login",
+    "/screens/wms/wms.logout",
+    "/v1/api/login",
+    "/v1/api/logout",
+    "heart-beat",
+    "idp",
+    "login",
+    "logout",
+    "ocsp",
+    "redirect",
+});
+static_assert(std::ranges::is_sorted(rows_before_session));
+
+constexpr auto upload_pages =
+    std::to_array<std::string_view>({"captiveportal_import.html", "wms-os-upload.html"});
+
+constexpr char api_token_refusal[] =
+    "Content-Type: application/json\r\nExpires: 0\r\nStatus: 401 Unauthorized\r\n\r\n"
+    "{\"_global_result\": {\"status\": 1, \"status_str\": "
+    "\"Invalid authentication token(UIDQORIN) in request URL\"}}";
+
+// Everything that the steps of one dispatch share.
+struct dispatch_call {
+    const char* program_name;
+    const char* key;
+    wms_strbuf* response;
+    session_record* session;
+    pg_conn* db;
+    cgi* input;
+};
+
+void refuse_unknown(wms_strbuf* response, const char* key) {
+    char escaped[512];
+    wuic_sgmlesc(escaped, sizeof escaped, key, static_cast<std::int32_t>(std::strlen(key)));
+    wuic_generic_error(response, "unknown opcode: %s", escaped);
+    controller_log(3, "unknown opcode %s.", key);
+}
+
+bool may_use(const session_record* session, const dispatch_row& row) {
+    if (wuic_check_perm(session, row.mask)) return true;
+    return !session->found && std::ranges::binary_search(rows_before_session, row.name);
+}
+
+bool token_is_due(token_rule rule, std::string_view method) {
+    if (method == "POST") return rule == token_rule::always || rule == token_rule::post_only;
+    if (method == "GET") return rule == token_rule::always || rule == token_rule::get_only;
+    return false;
+}
+
+bool token_holds(const dispatch_call& call, const dispatch_row& row) {
+    const char* method = text_or_null(cgi_get_var(call.input, "REQUEST_METHOD"));
+    if (!token_is_due(row.token, method)) return true;
+    const token_result result =
+        wuic_validate_sid(call.key, call.response, call.session->sid, call.db, call.input);
+    if (result == token_accepted) return true;
+
+    if (result == token_refused_api) {
+        wms_strbuf_clear(call.response);
+        wms_strbuf_append(call.response, api_token_refusal, sizeof api_token_refusal - 1);
+    } else {
+        wuic_generic_error(call.response, "SID Validation failed");
+    }
+    wuic_log(3, "SID Validation failed %s URI:%s", method, call.program_name);
+    controller_log(3, "SID Validation failed %s.", call.key);
+    return false;
+}
+
+void call_handler(const dispatch_call& call, const dispatch_row& row) {
+    const bool timed = slow_request_log_is_on();
+    const std::time_t start = timed ? std::time(nullptr) : 0;
+    const int result = row.handler(call.key, call.response, call.session, call.db, call.input);
+    if (timed) {
+        slow_request_log_add(call.program_name, call.key, std::time(nullptr) - start);
+    }
+    if (result < 0 && call.response->length == 0) {
+        wuic_generic_error(call.response, "Internal error");
+    }
+}
+
+void serve(const dispatch_call& call) {
+    const dispatch_row* row = dispatch_find(call.key);
+    if (row == nullptr) return refuse_unknown(call.response, call.key);
+    if (!may_use(call.session, *row)) return refuse_permission(call.response, call.key);
+    if (token_holds(call, *row)) call_handler(call, *row);
+}
+
+}  // namespace
+
+int wuic_cgi(const char* program_name, wms_strbuf* response, session_record* session, pg_conn* db,
+             cgi* input) {
+    if (isWuicConfigFactoryDefault() && !is_setup_key(program_name)) {
+        write_setup_page(response);
+        return 0;
+    }
+    const char* opcode = cgi_named_value(input, "opcode");
+    serve({.program_name = program_name,
+           .key = opcode != nullptr ? opcode : program_name,
+           .response = response,
+           .session = session,
+           .db = db,
+           .input = input});
+    return 0;
+}
+
+bool may_spool_upload(wms_strbuf* response, const session_record* session, const cgi* input) {
+    if (isWuicConfigFactoryDefault()) {
+        write_setup_page(response);
+        return false;
+    }
+    const std::string_view uri = text_or_null(cgi_get_var(input, "REQUEST_URI"));
+    for (const std::string_view page : upload_pages) {
+        if (uri.find(page) == std::string_view::npos) continue;
+        const dispatch_row* row = dispatch_find_exact(page);
+        if (session->found && row != nullptr && wuic_check_perm(session, row->mask)) continue;
+        refuse_permission(response, page.data());
+        return false;
+    }
+    return true;
+}

@@ -1,0 +1,137 @@
+// Entry of wms.cgi: one request per process, from the CGI environment to one block of output.
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+#include <iterator>
+#include <string>
+#include <unistd.h>
+
+#include "platform/controller.h"
+#include "platform/system_log.h"
+
+#include "runtime/cgi.h"
+#include "runtime/database.h"
+#include "runtime/error_response.h"
+#include "runtime/log.h"
+#include "runtime/request.h"
+
+#include "auth/session_store.h"
+
+#include "dispatch/dispatcher.h"
+#include "dispatch/helper_mode.h"
+#include "dispatch/program_name.h"
+
+namespace {
+
+constexpr char log_name[] = "httpd";
+
+struct parse_failure {
+    int result;
+    const char* reason;
+    const char* log_line;
+};
+
+constexpr parse_failure parse_failures[] = {
+    {.result = cgi_low_space,
+     .reason = "<![CDATA[System has low free memory and/or low free disk space. Please delete "
+               "unwanted files by accessing WebUI Diagnostics > Technical Support > Delete Files, "
+               "reload the controller to recover free memory and try uploading the image again. "
+               "If it fails again, try other upgrade options.]]>",
+     .log_line = "Invalid argument: low free memory or free disk space"},
+    {.result = cgi_refused_file,
+     .reason = "Restricted Filename encountered.",
+     .log_line = "Invalid argument: Restricted Filename encountered."},
+    {.result = cgi_read_error,
+     .reason = "Read Error encountered.",
+     .log_line = "Invalid argument: Read Error encountered."},
+    {.result = cgi_no_memory,
+     .reason = "Memory allocation failure",
+     .log_line = "Invalid argument: Unable to allocate bytes memory for content upload."},
+    {.result = cgi_too_long,
+     .reason = "Content Length exceed limit.",
+     .log_line = "Invalid argument: Content Length exceeds limit."},
+    {.result = cgi_no_length,
+     .reason = "Invalid Content Length.",
+     .log_line = "Invalid argument: Invalid Content Length."},
+    {.result = cgi_refused,
+     .reason = "Restricted characters encountered",
+     .log_line = "Invalid argument: Restricted characters encountered."},
+};
+
+void refuse_parse(wms_strbuf* response, int result) {
+    for (const parse_failure& failure : parse_failures) {
+        if (failure.result != result) continue;
+        wuic_generic_error(response, "%s", failure.reason);
+        controller_log(3, "%s", failure.log_line);
+        return;
+    }
+    wuic_generic_error(response, "Unknown error.");
+    controller_log(3, "Invalid argument: Unknown error (%d).", result);
+}
+
+bool is_post(const cgi* input) {
+    const char* method = cgi_get_var(input, "REQUEST_METHOD");
+    return method != nullptr && std::strcmp(method, "POST") == 0;
+}
+
+void retrieve_session(request_record& request, PGconn* db) {
+    // Whether there is a session is in the record; what a caller without one may do is decided by
+    // the dispatcher.
+    static_cast<void>(wuic_session_retrieve(db, &request.input, &request.session, nullptr));
+}
+
+void serve_request(request_record& request, PGconn* db, const char* argument0) {
+    cgi* input = &request.input;
+    const bool spooled = is_post(input) && cgi_is_spooled_upload(input);
+    if (spooled) {
+        retrieve_session(request, db);
+        if (!may_spool_upload(&request.response, &request.session, input)) {
+            cgi_discard_body(input);
+            return;
+        }
+    }
+    if (const int result = cgi_parse(input); result < 0) {
+        refuse_parse(&request.response, result);
+        return;
+    }
+    if (!spooled) retrieve_session(request, db);
+    const std::string program_name = settle_program_name(argument0, input);
+    wuic_cgi(program_name.c_str(), &request.response, &request.session, db, input);
+}
+
+// Some servers turn an answer without a header into a 500.
+void write_response(const wms_strbuf& response) {
+    if (response.length > 0) {
+        wms_strbuf_out(&response, nullptr);
+    } else {
+        std::fputs(xml_header, stdout);
+    }
+    std::fflush(stdout);
+}
+
+void run_request(request_record& request, const char* argument0) {
+    controller_databases databases;
+    if (databases_open(&databases, &request.response) == 0) {
+        serve_request(request, databases.wms.get(), argument0);
+    }
+    write_response(request.response);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    std::signal(SIGPIPE, SIG_IGN);
+    request_record request;
+    request.caller_role = getrole();
+    request.wuic_is_cgi_exec = true;
+    if (::setuid(0) != 0) {
+        // Not fatal: without it the services below refuse us, each with its own message.
+    }
+    if (helper_mode_requested(argc, argv)) return helper_mode_run(argc, argv);
+
+    system_log_open(log_name);
+    readQorinLogInfo();
+    database_init();
+    run_request(request, argc > 0 ? argv[0] : nullptr);
+    return 0;
+}

@@ -1,0 +1,10 @@
+#include "dispatch/refusals.h"
+
+#include "runtime/error_response.h"
+#include "runtime/log.h"
+#include "runtime/text.h"
+
+void refuse_permission(wms_strbuf* response, const char* key) {
+    wuic_generic_error(response, "no permission to execute opcode/program.");
+    controller_log(3, "no permission to execute opcode/program %s.", text_or_null(key));
+}

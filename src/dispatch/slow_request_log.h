@@ -1,0 +1,15 @@
+// The slow-request log: a line in /tmp/httpd_timing for each handler that took six seconds or more.
+// It is on while that file exists and the dispatcher runs inside another host process; this
+// program's own entry turns it off.
+#pragma once
+
+#include <ctime>
+
+inline constexpr std::time_t slow_request_seconds = 6;
+
+// Decided once per request.
+bool slow_request_log_is_on();
+
+// Appends a line when `seconds` is slow_request_seconds or more. `key` is written only where it
+// differs from the program name.
+void slow_request_log_add(const char* program_name, const char* key, std::time_t seconds);

@@ -1,0 +1,27 @@
+// The anti-forgery token: the session identifier, which a request that changes something must carry
+// as its parameter UIDQORIN.
+#pragma once
+
+struct cgi;
+struct pg_conn;
+struct wms_strbuf;
+
+enum token_result : int {
+    token_refused = 0,
+    token_accepted = 1,
+    token_refused_api = 2,  // the configuration API has its own refusal
+};
+
+// Checks the token of a request for `key`; strips it from the raw query, so that handlers which
+// take the whole query do not see it. A request without a session identifier is accepted.
+[[nodiscard]] token_result wuic_validate_sid(const char* key, const wms_strbuf* response,
+                                             const char* session_id, const pg_conn* db,
+                                             const cgi* input);
+
+// True when the token text occurs anywhere in `request_uri`.
+// NOLINTNEXTLINE(readability-identifier-naming): fixed name
+[[nodiscard]] bool verifySidInRequest(const char* request_uri, const char* session_id);
+
+// Cuts the token from the end of a raw query, in place. True when it was found there.
+// NOLINTNEXTLINE(readability-identifier-naming): fixed name
+[[nodiscard]] bool stripSidInArg(char* query, const char* session_id);
