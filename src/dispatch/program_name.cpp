@@ -37,7 +37,7 @@ bool is_this_program(const char* argument0) {
 // server that mounts the program below a prefix, "/prefix/v1/api/login" is the API's login and not
 // the row "login".
 std::string name_from_variables(const std::string& script, const std::string& info) {
-    const std::string both = script + info;
+    std::string both = script + info;
     if (dispatch_find_exact(both) != nullptr) return both;
     if (dispatch_find_exact(info) != nullptr) return info;
     if (dispatch_find(both) != nullptr) return both;
