@@ -7,25 +7,27 @@ set -euo pipefail
 # shellcheck source=scripts/services.sh
 . scripts/services.sh
 
-run_with_lifeline() {
-    local lifeline command closed ended='' status=0
-    exec {lifeline}<&0
-    "$@" </dev/null {lifeline}<&- &
-    command=$!
-    cat <&"$lifeline" >/dev/null &
-    closed=$!
-    wait -n -p ended "$command" "$closed" || status=$?
-    [[ $ended == "$command" ]] || status=130
-    return "$status"
+# From now on the end of standard input ends everything, and an interrupt is left to the caller.
+watch_lifeline() {
+    trap '' INT
+    trap 'exit 130' TERM
+    {
+        cat >/dev/null
+        kill -TERM 1
+    } <&0 &
+    exec </dev/null
 }
 
+trap : INT  # the command's own business; a first process cannot end itself by a signal
 umask 022
 ulimit -c 0
+[[ $SANDBOX_LIFELINE == no ]] || watch_lifeline
 [[ $SANDBOX_PRIVATE_NET == no ]] || ip link set lo up
 services_start "$SANDBOX_SERVICES"
 status=0
 if [[ $SANDBOX_LIFELINE == yes ]]; then
-    run_with_lifeline "$@" || status=$?
+    "$@" &
+    wait "$!" || status=$?
 else
     "$@" || status=$?
 fi

@@ -3,45 +3,57 @@
 
 readonly run_folder=/run/wms
 
-as_postgres() {
-    setpriv --reuid=postgres --regid=postgres --init-groups -- "$@"
+# Every service has a session of its own: a Ctrl-C is not for it, and a server that signals its process
+# group when it ends would reach the caller's shell.
+service() {
+    local name=$1
+    shift
+    setsid -- "$@" </dev/null >"$run_folder/$name.out" 2>&1 &
 }
 
-start_syslog() {
-    /usr/bin/python3 sim/syslog_recorder.py --socket /dev/log --file "$run_folder/syslog.log" \
-        </dev/null >"$run_folder/syslog.out" 2>&1 &
-}
-
-ready_syslog() {
-    wait_for 100 "the log recorder" grep -qx ready "$run_folder/syslog.out"
-}
-
-start_controller() {
-    /usr/bin/python3 sim/controller.py --data sim --log "$run_folder/controller.log" \
-        --control "$run_folder/controller.ctl" </dev/null >"$run_folder/controller.out" 2>&1 &
-}
-
-ready_controller() {
-    if ! (wait_for 100 "the simulated controller" grep -qx ready "$run_folder/controller.out"); then
-        cat "$run_folder/controller.out" >&2
+# wait_for_service TRIES NAME COMMAND...: as wait_for, and shows what the service said when it fails.
+wait_for_service() {
+    local tries=$1 name=$2
+    shift 2
+    if ! (wait_for "$tries" "$name" "$@"); then
+        cat "$run_folder/$name.out" >&2
         exit 1
     fi
 }
 
-# Everything in memory and thrown away at the end: nothing is gained by syncing it.
+readonly as_postgres=(setpriv --reuid=postgres --regid=postgres --init-groups --)
+
+start_syslog() {
+    service syslog /usr/bin/python3 sim/syslog_recorder.py --socket /dev/log --file "$run_folder/syslog.log"
+}
+
+ready_syslog() {
+    wait_for_service 100 syslog grep -qx ready "$run_folder/syslog.out"
+}
+
+start_controller() {
+    service controller /usr/bin/python3 sim/controller.py --data sim --log "$run_folder/controller.log" \
+        --control "$run_folder/controller.ctl"
+}
+
+ready_controller() {
+    wait_for_service 100 controller grep -qx ready "$run_folder/controller.out"
+}
+
+# Everything is in memory and thrown away at the end: nothing is gained by syncing it.
 start_postgres() {
     local data=/run/postgresql/data
     chown postgres:postgres /run/postgresql
-    as_postgres initdb --pgdata="$data" --auth=peer --encoding=UTF8 --locale=C.UTF-8 --no-sync \
-        --no-instructions </dev/null >"$run_folder/initdb.log" 2>&1 || die "initdb: $(<"$run_folder/initdb.log")"
-    as_postgres postgres -D "$data" -c listen_addresses= -c unix_socket_directories=/run/postgresql \
-        -c fsync=off -c max_connections=200 </dev/null >"$run_folder/postgres.log" 2>&1 &
+    "${as_postgres[@]}" initdb --pgdata="$data" --auth=peer --encoding=UTF8 --locale=C.UTF-8 --no-sync \
+        </dev/null >"$run_folder/initdb.out" 2>&1 || die "initdb: $(<"$run_folder/initdb.out")"
+    service postgres "${as_postgres[@]}" postgres -D "$data" -c listen_addresses= \
+        -c unix_socket_directories=/run/postgresql -c fsync=off -c max_connections=200
 }
 
 ready_postgres() {
     local database
-    wait_for 300 "PostgreSQL" pg_isready -q -h /run/postgresql -U postgres -d postgres
-    as_postgres psql -Xqc "CREATE ROLE root LOGIN CREATEDB" postgres
+    wait_for_service 300 postgres pg_isready -q -h /run/postgresql -U postgres -d postgres
+    "${as_postgres[@]}" psql -Xqc "CREATE ROLE root LOGIN CREATEDB" postgres
     for database in wms gapdb cfgmdb userdbv3; do
         createdb --maintenance-db=postgres "$database"
         psql -Xq -v ON_ERROR_STOP=1 -f "deploy/schema/$database.sql" "$database"
@@ -60,19 +72,16 @@ ready_program() {
 
 start_http() {
     mkdir -p "$run_folder/http"
-    openssl req -x509 -newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes -days 30 -subj "/CN=$WMS_LISTEN" \
-        -addext "subjectAltName=DNS:localhost,IP:127.0.0.1" -keyout "$run_folder/http/server.key" \
-        -out "$run_folder/http/server.crt" 2>"$run_folder/http/openssl.log"
-    /usr/sbin/apache2 -f /checkout/scripts/httpd.conf -C "Define WMS_LISTEN $WMS_LISTEN:$WMS_PORT" \
-        -D FOREGROUND </dev/null >"$run_folder/http/output.log" 2>&1 &
+    openssl req -x509 -newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes -days 30 -subj "/CN=wms" \
+        -addext "subjectAltName=DNS:localhost,IP:127.0.0.1" -addext basicConstraints=critical,CA:FALSE \
+        -keyout "$run_folder/http/server.key" -out "$run_folder/http/server.crt" 2>"$run_folder/openssl.out"
+    service http /usr/sbin/apache2 -f /checkout/scripts/httpd.conf \
+        -C "Define WMS_LISTEN $WMS_LISTEN:$WMS_PORT" -D FOREGROUND
 }
 
+# It listens before it has all of its settings; the id file is written when it is done with them.
 ready_http() {
-    local status=/dev/tcp/${WMS_LISTEN/#0.0.0.0/127.0.0.1}/$WMS_PORT
-    if ! (wait_for 100 "the HTTP server" bash -c ": <$status"); then
-        cat "$run_folder/http/output.log" >&2
-        exit 1
-    fi
+    wait_for_service 100 http test -s "$run_folder/http/httpd.pid"
 }
 
 # services_start "NAME...": starts the named ones side by side and returns when all of them answer.

@@ -1,0 +1,25 @@
+#!/bin/bash
+# Inside the sandbox of run.sh: says how to reach what runs, and stays until the sandbox ends.
+set -euo pipefail
+
+cat <<TEXT
+
+The controller's management answers at  $WMS_URL
+Log in as  admin  with the password  wlan-Demo1  (all rights),
+       or  reader  with the password  wlan-Demo2  (may only look).
+
+Try, in another shell:
+
+  # Log in; the answer holds the session's identifier, which is also its token.
+  TOKEN=\$(curl -sk -d 'username=admin&password=wlan-Demo1' $WMS_URL/v1/api/login |
+      tee /dev/stderr | jq -r ._global_result.UIDQORIN)
+
+  # Run a command on the controller.
+  curl -sk -b "SESSION=\$TOKEN" "$WMS_URL/screens/cmnutil/execCommandReturnResult.xml?show%20clock&UIDQORIN=\$TOKEN"
+
+  # Log out.
+  curl -sk -b "SESSION=\$TOKEN" "$WMS_URL/v1/api/logout?UIDQORIN=\$TOKEN"
+
+Ctrl-C stops everything.
+TEXT
+exec sleep infinity

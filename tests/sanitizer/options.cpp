@@ -1,0 +1,32 @@
+// Linked into every executable of a sanitized build: the options lie in the program itself, since an
+// HTTP server hands no environment of ours on. In the test sandbox reports go to files, which fail the
+// run; elsewhere they go to standard error. Called before the program's own code, even before main's
+// libraries are ready, so these functions do nothing but ask for the folder.
+// The functions and options are in the manuals of AddressSanitizer and UndefinedBehaviorSanitizer.
+#include <unistd.h>
+
+namespace {
+
+constexpr char report_folder[] = "/run/wms/sanitizer";
+
+bool in_sandbox() {
+    return access(report_folder, W_OK) == 0;
+}
+
+}  // namespace
+
+extern "C" {
+
+// NOLINTNEXTLINE(bugprone-reserved-identifier): the runtime looks for this name
+[[gnu::used, gnu::no_sanitize("address", "undefined")]] const char* __asan_default_options() {
+    return in_sandbox() ? "log_path=/run/wms/sanitizer/report:detect_leaks=1:halt_on_error=1:"
+                          "detect_stack_use_after_return=1:strict_string_checks=1"
+                        : "detect_leaks=1:halt_on_error=1:strict_string_checks=1";
+}
+
+// NOLINTNEXTLINE(bugprone-reserved-identifier): the runtime looks for this name
+[[gnu::used, gnu::no_sanitize("address", "undefined")]] const char* __ubsan_default_options() {
+    return in_sandbox() ? "log_path=/run/wms/sanitizer/report:halt_on_error=1:print_stacktrace=1"
+                        : "halt_on_error=1:print_stacktrace=1";
+}
+}
