@@ -61,9 +61,18 @@ ready_postgres() {
 }
 
 # Set-uid root, and only the HTTP server's group may start it.
+install_cgi() {
+    install -D -o root -g www-data -m 4750 "$1" "$2"
+}
+
 start_program() {
     install -m 755 sim/bin/* /vantor/bin/
-    install -o root -g www-data -m 4750 "build/$WMS_PRESET/wms.cgi" /vantor/webui/wms/wms.cgi
+    install_cgi "build/$WMS_PRESET/wms.cgi" /vantor/webui/wms/wms.cgi
+    # A sanitized build comes with a program that has faults on purpose.
+    if [[ -e build/$WMS_PRESET/faulty ]]; then
+        install_cgi "build/$WMS_PRESET/faulty" /vantor/webui/faulty/faulty.cgi
+        install -D -m 644 tests/sanitizer/httpd.conf "$run_folder/http/faulty.conf"
+    fi
 }
 
 ready_program() {
