@@ -14,10 +14,11 @@ if(WMS_SANITIZE)
         -fno-omit-frame-pointer)
     target_link_options(wms_flags INTERFACE
         -fsanitize=address,undefined -fno-sanitize=vptr -fno-sanitize-recover=all)
-    # The sanitizers' options come with the program; naming one symbol pulls the file in.
+    # The sanitizers' options come with the program. A symbol of its own pulls the file in:
+    # the others are known to the runtime, and a linker content with that one.
     add_library(wms_sanitizer_options STATIC ${PROJECT_SOURCE_DIR}/tests/sanitizer/options.cpp)
     target_link_libraries(wms_flags INTERFACE wms_sanitizer_options)
-    target_link_options(wms_flags INTERFACE -Wl,-u,__asan_default_options)
+    target_link_options(wms_flags INTERFACE -Wl,--require-defined=wms_sanitizer_options)
 else()
     target_compile_options(wms_flags INTERFACE
         -fstack-protector-strong -fstack-clash-protection

@@ -3,19 +3,34 @@
 // run; elsewhere they go to standard error. Called before the program's own code, even before main's
 // libraries are ready, so these functions do nothing but ask for the folder.
 // The functions and options are in the manuals of AddressSanitizer and UndefinedBehaviorSanitizer.
+#include <dlfcn.h>
 #include <unistd.h>
 
 namespace {
 
 constexpr char report_folder[] = "/run/wms/sanitizer";
+constexpr char report_path[] = "/run/wms/sanitizer/report";
 
 bool in_sandbox() {
     return access(report_folder, W_OK) == 0;
 }
 
+// GCC's two runtimes each have a report file, but both export the function that names it under one
+// symbol, so that UndefinedBehaviorSanitizer's log_path ends up as AddressSanitizer's. Told through a
+// handle of its own, it keeps the path.
+[[gnu::constructor, gnu::used]] void name_report_of_undefined_behaviour() {
+    void* runtime = in_sandbox() ? dlopen("libubsan.so.1", RTLD_LAZY | RTLD_NOLOAD) : nullptr;
+    if (runtime == nullptr) return;
+    void* setter = dlsym(runtime, "__sanitizer_set_report_path");
+    if (setter != nullptr) reinterpret_cast<void (*)(const char*)>(setter)(report_path);
+}
+
 }  // namespace
 
 extern "C" {
+
+// What the build asks the linker for, so that this file is part of every executable.
+[[gnu::used]] extern const char wms_sanitizer_options = 1;
 
 // NOLINTNEXTLINE(bugprone-reserved-identifier): the runtime looks for this name
 [[gnu::used, gnu::no_sanitize("address", "undefined")]] const char* __asan_default_options() {
