@@ -1,0 +1,74 @@
+#!/bin/bash
+# The checks on the code: formatting, include direction, headers that compile alone, Clang's warnings,
+# clang-tidy, cppcheck, shell scripts. All are run, then the ones that failed are named.
+set -euo pipefail
+cd "$(dirname "${BASH_SOURCE[0]}")/.."
+# shellcheck source=scripts/lib.sh
+. scripts/lib.sh
+
+failed=()
+
+check() {
+    local name=$1
+    shift
+    say "$name"
+    "$@" || failed+=("$name")
+}
+
+cpp_files() {
+    find src tests bench fuzz \( -name '*.cpp' -o -name '*.h' \) -print0 2>/dev/null
+}
+
+formatting() {
+    cpp_files | xargs -0 clang-format --dry-run -Werror
+}
+
+includes() {
+    /usr/bin/python3 tests/check_includes.py .
+}
+
+clang_build() {
+    (build_preset clang)
+}
+
+headers() {
+    local log=build/headers.log
+    cmake --build --preset clang --target all_verify_interface_header_sets >"$log" 2>&1 || {
+        tail -n 40 "$log"
+        return 1
+    }
+}
+
+# The compilation database of the Clang build: it holds no option that only GCC knows.
+tidy() {
+    local log=build/tidy.log
+    find src tests bench fuzz -name '*.cpp' -print0 2>/dev/null |
+        xargs -0 -n 4 -P "$(nproc)" timeout 600 clang-tidy --quiet -p build/clang >"$log" 2>/dev/null || {
+        grep -E 'warning:|error:' "$log" | sort -u | head -n 100
+        return 1
+    }
+}
+
+analysis() {
+    cppcheck --quiet --std=c++20 --language=c++ --enable=warning,performance,portability --inline-suppr \
+        --suppress=missingIncludeSystem --error-exitcode=1 -j "$(nproc)" -Isrc src
+}
+
+shell_scripts() {
+    shellcheck -x run.sh test.sh .ci/run scripts/*.sh
+}
+
+scripts/packages.sh run lint
+mkdir -p build
+check formatting formatting
+check "include direction" includes
+check "shell scripts" shell_scripts
+check "Clang's warnings" clang_build
+check "headers alone" headers
+check clang-tidy tidy
+check cppcheck analysis
+if ((${#failed[@]} > 0)); then
+    printf 'lint: %s\n' "${failed[@]}" >&2
+    exit 1
+fi
+echo "lint: nothing to report"
