@@ -6,9 +6,11 @@ import json
 import os
 import re
 import shutil
+import socket
 import ssl
 import subprocess
 import sys
+import time
 import uuid
 from dataclasses import dataclass, field
 from pathlib import Path
@@ -147,8 +149,21 @@ def traffic():
     return [json.loads(line) for line in TRAFFIC.read_text().splitlines()]
 
 
+def log_settled():
+    """Everything sent to the log so far is in the record: what is sent last arrives last."""
+    mark = "settled %s" % uuid.uuid4()
+    with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as sock:
+        sock.connect("/dev/log")
+        sock.send(mark.encode())
+    deadline = time.monotonic() + 30
+    while mark not in SYSLOG.read_text():
+        assert time.monotonic() < deadline, "the log recorder does not record"
+        time.sleep(0.005)
+
+
 def log_lines(level=3):
     """The logged lines of one level of the controller's facility."""
+    log_settled()
     return [line for line in SYSLOG.read_text().splitlines()
             if line.startswith("<%d>" % (376 + level))]
 
@@ -192,5 +207,6 @@ def clean_state():
         if path.is_dir() and not path.is_symlink():
             shutil.rmtree(path)
         path.unlink(missing_ok=True)
+    log_settled()
     for record in (TRAFFIC, SYSLOG):
         os.truncate(record, 0)
