@@ -4,8 +4,6 @@
 
 #include "runtime/cgi.h"
 
-#include "auth/field.h"
-
 namespace {
 
 constexpr std::size_t redirect_length = sizeof "REDIRECT_" - 1;
@@ -45,8 +43,4 @@ login_settings login_settings_read(const cgi* vars) {
     const bool has_url = redirect_url != nullptr && *redirect_url != '\0';
     found.req_url = has_url ? redirect_url : cgi_get_var(vars, req_url_name + redirect_length);
     return found;
-}
-
-std::int32_t login_session_timeout(const login_settings& settings) {
-    return field_int32(settings.session_timeout);
 }

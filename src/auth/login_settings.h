@@ -1,8 +1,6 @@
 // What the HTTP server's location settings say about logging in: the QORIN_AUTH_* variables.
 #pragma once
 
-#include <cstdint>
-
 struct cgi;
 
 // Texts belong to the CGI variables; null where a variable is missing.
@@ -10,15 +8,12 @@ struct login_settings {
     const char* cookie_name;
     const char* login_cgi;  // login path of the location that sent the request
     const char* logout_cgi;
-    const char* session_timeout;
-    const char* reason;   // why the server redirected
-    const char* req_url;  // the URL that the client asked for first
+    const char* session_timeout;  // decimal
+    const char* reason;           // why the server redirected
+    const char* req_url;          // the URL that the client asked for first
 };
 
 // Reads all of them under their REDIRECT_ names; when the cookie name, the login path or the logout
 // path is missing there, all again under their plain names. The URL also falls back alone, when it
 // is missing or empty.
 [[nodiscard]] login_settings login_settings_read(const cgi* vars);
-
-// The session time-out as a number; 0 when it is missing.
-[[nodiscard]] std::int32_t login_session_timeout(const login_settings& settings);
