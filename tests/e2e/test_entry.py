@@ -1,5 +1,6 @@
 """Entry: helper mode, databases that are down, logging, the factory-default state."""
 
+import contextlib
 import os
 import re
 
@@ -56,14 +57,20 @@ def test_arguments_that_a_server_made_of_a_query_are_no_commands(tmp_path):
     assert not target.exists()
 
 
+@contextlib.contextmanager
+def database_down(name):
+    harness.sql("ALTER DATABASE %s ALLOW_CONNECTIONS false" % name, "postgres")
+    try:
+        yield
+    finally:
+        harness.sql("ALTER DATABASE %s ALLOW_CONNECTIONS true" % name, "postgres")
+
+
 @pytest.mark.parametrize("database, name", [
     ("wms", "WMS db"), ("gapdb", "GAP db"), ("cfgmdb", "CFGM db"), ("userdbv3", "userdbv3 ")])
 def test_a_database_that_is_down(admin, database, name):
-    harness.sql("ALTER DATABASE %s ALLOW_CONNECTIONS false" % database, "postgres")
-    try:
+    with database_down(database):
         response = harness.execute(admin)
-    finally:
-        harness.sql("ALTER DATABASE %s ALLOW_CONNECTIONS true" % database, "postgres")
     assert response.status == 200
     assert re.fullmatch(harness.ERROR_DOCUMENT % "can't connect to db: .*%s.*" % database,
                         response.text, re.DOTALL)
@@ -83,20 +90,18 @@ def test_a_server_whose_literals_keep_backslashes_reads_ours_all_the_same():
         harness.sql("ALTER DATABASE wms RESET standard_conforming_strings")
 
 
-def write_log_level(text, uid=0):
-    path = harness.Path("/tmp/http_log_level")
-    path.write_text(text)
-    os.chown(path, uid, uid)
-
-
 @pytest.mark.parametrize("text, uid, debug, errors", [
     ("web 7\n", 0, True, True), ("x\nweb 7", 0, True, True), ("web 2\n", 0, False, False),
     ("web 7\n", NOBODY, False, True), ("web 8\n", 0, False, True), ("website 7\n", 0, False, True),
+    ("web 7 \n", 0, False, True),
 ])
 def test_the_log_level_is_read_from_a_file_of_root_only(text, uid, debug, errors):
-    write_log_level(text, uid)
-    harness.http_request("/screens/cmnutil/showArp.xml")
-    connected = [line for line in harness.log_lines(7) if "PQconnectdb() for WMS database" in line]
+    path = harness.Path("/tmp/http_log_level")
+    path.write_text(text)
+    os.chown(path, uid, uid)
+    with database_down("gapdb"):
+        harness.http_request("/rac/config")
+    connected = [line for line in harness.log_lines(7) if "PQconnectdb() for GAP database" in line]
     assert bool(connected) == debug
     assert bool(harness.log_lines(3)) == errors
 
@@ -145,7 +150,7 @@ GARBAGE = ["\x01\x02\x1b[0m", "\xff\xfe\x80", "%00%ff", "a" * 4000, "=;=", "\\",
            "\u20ac", "--", "NULL", "$1", "x\ty"]
 
 
-@pytest.mark.parametrize("identifier", GARBAGE)
+@pytest.mark.parametrize("identifier", GARBAGE, ids=range(len(GARBAGE)))
 def test_an_identifier_of_any_bytes_is_no_session(admin, identifier):
     response = harness.cgi_request(harness.EXECUTE + "?show", {"QORIN_AUTH_SESSION_ID": identifier})
     harness.assert_reason(response, harness.NO_PERMISSION)

@@ -58,6 +58,17 @@ def test_a_multipart_form_logs_in_too():
     assert harness.http_request(LOGIN, "POST", body, headers).status == 200
 
 
+@pytest.mark.parametrize("size, status", [(0, 200), (255, 200), (256, None)])
+def test_an_uploaded_file_beside_the_login_is_judged_by_its_name(size, status):
+    body, headers = harness.multipart(("username", b"admin"), ("password", b"wlan-Demo1"),
+                                      ("file", b"data", "n" * size))
+    response = harness.http_request(LOGIN, "POST", body, headers)
+    if status:
+        assert response.status == status
+    else:
+        harness.assert_reason(response, "Restricted Filename encountered.")
+
+
 def test_a_path_that_does_not_fit_becomes_empty_and_nothing_is_cut():
     harness.plan(output="role=root&path=/" + "p" * 300)
     assert login().status == 200
