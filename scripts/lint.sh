@@ -49,13 +49,14 @@ tidy() {
     }
 }
 
+# The compiler itself refuses to assign a pointer to an integer.
 analysis() {
     cppcheck --quiet --std=c++20 --language=c++ --enable=warning,performance,portability --inline-suppr \
-        --suppress=missingIncludeSystem --error-exitcode=1 -j "$(nproc)" -Isrc src
+        --suppress=missingIncludeSystem --suppress=AssignmentAddressToInteger --error-exitcode=1 -j "$(nproc)" -Isrc src
 }
 
 shell_scripts() {
-    shellcheck -x run.sh test.sh .ci/run scripts/*.sh
+    shellcheck -x run.sh test.sh .ci/run scripts/*.sh bench/*.sh
 }
 
 scripts/packages.sh run lint

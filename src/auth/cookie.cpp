@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <cstring>
+#include <iterator>
 #include <string_view>
 
 #include "runtime/request.h"
@@ -29,10 +30,11 @@ const char* cp_get_cookie(const char* cookie_header, const char* name, bool unes
     // Cut first: an escape may not reach over the ";" into the next cookie.
     const std::string_view in{value, std::strcspn(value, ";")};
     auto& out = request_current().cookie_buffer;
-    constexpr std::int32_t room = sizeof out - 1;
-    std::memset(out, 0, sizeof out);
+    const std::size_t room = std::size(out) - 1;
+    std::memset(out, 0, std::size(out));
     if (unescape) {
-        cgi_unescape_url(out, room, in.data(), static_cast<std::int32_t>(in.size()));
+        cgi_unescape_url(out, static_cast<std::int32_t>(room), in.data(),
+                         static_cast<std::int32_t>(in.size()));
     } else {
         in.copy(out, room);
     }

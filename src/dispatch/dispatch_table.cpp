@@ -417,8 +417,8 @@ constexpr auto rows = std::to_array<dispatch_row>({
 static_assert(std::ranges::adjacent_find(rows, std::greater_equal{}, &dispatch_row::name) ==
                   rows.end(),
               "names must be strictly ascending");
-// Under UndefinedBehaviorSanitizer GCC takes no function's address for a constant: it no longer knows
-// that it is not null. The other builds check the handlers.
+// Under UndefinedBehaviorSanitizer GCC takes no function's address for a constant: it no longer
+// knows that it is not null. The other builds check the handlers.
 #ifndef __SANITIZE_ADDRESS__
 static_assert(std::ranges::none_of(rows,
                                    [](const dispatch_row& row) { return row.handler == nullptr; }),
