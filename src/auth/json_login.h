@@ -7,7 +7,9 @@
 // challenge (left in the request record).
 //   role_out, path_out  64 and 1025 bytes; empty unless accepted
 //   msg                 1024 bytes; the helper's message
-//   vap, extra          remote-access login's profile and additional parameters; may be null
+//   vap, extra          remote-access login's profile and more parameters, URL-escaped; or null
+// What does not fit when escaped, or in the command, is refused before anything is sent; so is a
+// reply whose role or path does not fit, or which accepts without a role.
 // NOLINTNEXTLINE(readability-function-size): fixed interface
 [[nodiscard]] int wuic_auth_user(const char* user, const char* password, const char* src_ip,
                                  const char* src_port, const char* dst_ip, const char* dst_port,

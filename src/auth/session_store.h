@@ -14,9 +14,10 @@ inline constexpr int session_limit = 64;
 inline constexpr int session_sid_size = 128;  // bytes that wuic_session_create wants for sid_out
 
 // Looks a session up by `sid`, or by QORIN_AUTH_SESSION_ID when it is null. The record is cleared
-// first and keeps the identifier that was asked for. Returns 0 when there is a session (or the
-// controller is in its factory-default state, which gives the role "root"), else -1; -1 at once
-// when there is no identifier or an empty one.
+// first and keeps the identifier that was asked for, cut to its field; a longer one finds nothing,
+// and so does a row whose user or role is longer than its field. Returns 0 when there is a session
+// (or the controller is in its factory-default state, which gives the role "root"), else -1; -1 at
+// once when there is no identifier or an empty one.
 [[nodiscard]] int wuic_session_retrieve(pg_conn* db, const cgi* vars, session_record* record,
                                         const char* sid);
 
@@ -24,8 +25,9 @@ inline constexpr int session_sid_size = 128;  // bytes that wuic_session_create 
 [[nodiscard]] int get_session_count(pg_conn* db);
 
 // Makes a session; the new identifier goes into `sid_out` (session_sid_size bytes). The statements
-// are built in the scratch buffer `text`. `rac` makes a remote-access session. Returns 0, -1 on a
-// failure (the connection keeps its message), -2 at the session limit.
+// are built in the scratch buffer `text`. `rac` makes a remote-access session. Texts may be null,
+// which is empty; a path that does not fit becomes empty. Returns 0, -1 on a failure (the
+// connection keeps the database's message) or when a text does not fit, -2 at the session limit.
 // NOLINTNEXTLINE(readability-function-size): fixed interface
 [[nodiscard]] int wuic_session_create(pg_conn* db, wms_strbuf* text, char* sid_out, const char* ip,
                                       const char* user, const char* role, bool rac,
