@@ -113,9 +113,7 @@ int receive_and_parse(cgi* input, std::int64_t length, const spool_place& place)
         return error;
     }
     if (::lseek(spool.get(), 0, SEEK_SET) != 0) return cgi_read_error;
-    const int result = spool_parse(input, spool.get(), window.get());
-    if (result != 0) ::unlink(paths::os_image);
-    return result;
+    return spool_parse(input, spool.get(), window.get());
 }
 
 }  // namespace
@@ -127,5 +125,7 @@ int spool_upload(cgi* input, std::int64_t length) {
         body_discard(length);
         return cgi_low_space;
     }
-    return receive_and_parse(input, length, *place);
+    const int result = receive_and_parse(input, length, *place);
+    if (result != 0) ::unlink(paths::os_image);
+    return result;
 }
