@@ -17,8 +17,9 @@ constexpr char ascii_lower(char c) {
 }
 
 bool starts_with_tag(std::string_view rest) {
-    return std::ranges::any_of(htmltags, [rest](std::string_view tag) {
-        return rest.size() > tag.size() &&
+    const char first = rest.empty() ? '\0' : ascii_lower(rest.front());
+    return std::ranges::any_of(htmltags, [rest, first](std::string_view tag) {
+        return first == tag.front() && rest.size() > tag.size() &&
                std::ranges::equal(rest.substr(0, tag.size()), tag, {}, ascii_lower);
     });
 }
