@@ -106,13 +106,17 @@ def test_the_log_level_is_read_from_a_file_of_root_only(text, uid, debug, errors
     assert bool(harness.log_lines(3)) == errors
 
 
-def test_a_planted_trace_or_log_level_is_not_followed(tmp_path):
-    victim = tmp_path / "victim"
+def test_refusals_are_traced_but_not_through_a_planted_link(admin, tmp_path):
+    victim, trace = tmp_path / "victim", harness.Path("/tmp/ooo")
     victim.write_text("untouched")
-    os.symlink(victim, "/tmp/ooo")
-    harness.http_request("/screens/wms/wms.login?a=%3Cscript")
+    trace.symlink_to(victim)
+    refused = harness.EXECUTE + "?show&UIDQORIN=wrong"
+    harness.http_request(refused, headers=harness.as_session(admin))
     assert victim.read_text() == "untouched"
-    assert victim.stat().st_mode & 0o777 == 0o644
+    trace.unlink()
+    harness.http_request(refused, headers=harness.as_session(admin))
+    assert "SID validation failed UIDQORIN do not match" in trace.read_text()
+    assert trace.stat().st_mode & 0o777 == 0o666
 
 
 def test_the_timing_file_stays_empty():

@@ -28,24 +28,31 @@ def helper_socket_replaced():
         aside.rename(harness.HELPER_SOCKET)
 
 
+def serve_one(uid, tell_ready, write_end):
+    os.setgroups([])
+    os.setgid(uid)
+    os.setuid(uid)
+    with socket.socket(socket.AF_UNIX, socket.SOCK_STREAM) as server:
+        server.bind(str(harness.HELPER_SOCKET))
+        server.listen(1)
+        server.settimeout(30)
+        os.write(tell_ready, b"1")
+        connection, _ = server.accept()
+        with connection:
+            os.write(write_end, connection.recv(4096))
+
+
 @contextlib.contextmanager
 def listener_of(uid):
-    """A listening socket at the helper's path, made by another user; gives the bytes it got."""
+    """A listening socket at the helper's path, made by another user; gives the first bytes it got."""
     read_end, write_end = os.pipe()
     ready, tell_ready = os.pipe()
     child = os.fork()
     if child == 0:
-        os.setgroups([])
-        os.setgid(uid)
-        os.setuid(uid)
-        with socket.socket(socket.AF_UNIX, socket.SOCK_STREAM) as server:
-            server.bind(str(harness.HELPER_SOCKET))
-            server.listen(1)
-            os.write(tell_ready, b"1")
-            connection, _ = server.accept()
-            while data := connection.recv(4096):
-                os.write(write_end, data)
-        os._exit(0)
+        try:
+            serve_one(uid, tell_ready, write_end)
+        finally:
+            os._exit(0)
     os.close(write_end)
     os.close(tell_ready)
     try:
