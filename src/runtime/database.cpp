@@ -17,6 +17,8 @@ constexpr int log_error = 3;
 constexpr int log_debug = 7;
 constexpr std::size_t reason_size = 1024;
 constexpr char literals_setting[] = "standard_conforming_strings";
+constexpr char set_options[] =
+    "SET standard_conforming_strings TO off; SET escape_string_warning TO off";
 constexpr char server_options[] = "-c standard_conforming_strings=off -c escape_string_warning=off";
 
 struct database_row {
@@ -62,7 +64,7 @@ bool reads_backslashes(const PGconn* conn) {
 // The options of the start-up may be lost on the way, in a connection pooler for one.
 void require_backslashes(PGconn* conn) {
     if (PQstatus(conn) != CONNECTION_OK || reads_backslashes(conn)) return;
-    const db_result ignored(PQexec(conn, "SET standard_conforming_strings TO off"));
+    const db_result ignored(PQexec(conn, set_options));
 }
 
 bool is_settled(const pending_connection& pending) {

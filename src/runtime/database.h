@@ -24,9 +24,10 @@ void database_init();
 // open.
 [[nodiscard]] int databases_open(controller_databases* databases, wms_strbuf* response);
 
-// Opens one more connection with the same settings check. Returns an open connection; or one whose
-// status is not CONNECTION_OK, or null when memory ran out. database_error gives the reason.
+// Opens one more connection with the same settings check. The result may be null when memory ran
+// out; it may be used when database_is_open, else database_error gives the reason.
 [[nodiscard]] db_conn database_connect(const char* conninfo);
 bool database_is_open(const db_conn& connection);
-// The library's message for a connection (null included); dies with the connection.
+// Why a connection (null included) is not open: the library's message, or that the setting was
+// refused; dies with the connection.
 const char* database_error(const PGconn* connection);
