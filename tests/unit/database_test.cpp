@@ -76,12 +76,13 @@ void expect_parts(const std::string& text, const std::vector<const char*>& parts
         EXPECT_NE(text.find(part), std::string::npos) << part << text;
 }
 
+// The third one never answers, which is not waited for.
 TEST(Databases, FirstFailureInOrderIsReported) {
-    const std::string seen = failed_attempt({welcome("off"), refusal, refusal, welcome("off")});
+    const std::string seen = failed_attempt({welcome("off"), refusal, "", refusal});
     expect_parts(seen, {"<reason>can't connect to db: ", "no &lt;entry&gt;",
                         "<379>can't connect to GAP db: ",
                         "<383>main(): PQconnectdb() for GAP database RETURNED:1\n"});
-    EXPECT_EQ(seen.find("CFGM"), std::string::npos) << seen;
+    EXPECT_EQ(seen.find("USER"), std::string::npos) << seen;
 }
 
 TEST(Databases, ServerThatKeepsItsLiteralsIsRefused) {
