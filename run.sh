@@ -17,6 +17,7 @@ while [[ $# -gt 0 ]]; do
     esac
 done
 [[ $port =~ ^[1-9][0-9]{0,4}$ ]] || die "no port number: $port"
+[[ $listen =~ ^[0-9.]+$ ]] || die "no IPv4 address: $listen"
 
 scripts/packages.sh run
 /usr/bin/python3 scripts/check_ports.py "$listen" "$port"

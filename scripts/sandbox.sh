@@ -46,7 +46,7 @@ environment=(
     SANDBOX_CHECKOUT="$(dirname "$here")" SANDBOX_PRIVATE_NET="$private_net"
     SANDBOX_LIFELINE="$lifeline" SANDBOX_SERVICES="$services"
     WMS_PRESET="$preset" WMS_PORT="$port" WMS_LISTEN="$listen"
-    WMS_URL="https://$listen:$port"
+    WMS_URL="https://${listen/#0.0.0.0/127.0.0.1}:$port"
 )
 # The death of the caller ends unshare, and that of unshare everything in the PID namespace.
 exec setpriv --pdeathsig KILL unshare --mount --propagation private --ipc --pid --fork --kill-child \

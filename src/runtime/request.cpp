@@ -26,4 +26,6 @@ request_record::~request_record() {
 }
 
 // REQUIRES: a record exists. Everything that asks is called between entry and exit.
-request_record& request_current() { return *current; }
+request_record& request_current() {
+    return *current;
+}
