@@ -18,15 +18,16 @@ struct wms_strbuf {
 wms_strbuf* wms_strbuf_new(wms_strbuf* buf);
 
 // Makes room for `need` bytes in all, rounded up to a multiple of 1024; never shrinks.
-// Returns 0; -1 for a negative or too large need or when memory runs out, the buffer unchanged.
+// Returns 0; -1 for a negative or too large need, for a buffer that was freed or never made, or
+// when memory runs out, the buffer unchanged.
 [[nodiscard]] int wms_strbuf_brk(wms_strbuf* buf, std::int64_t need);
 
 // Reserves room for `more` bytes and the NUL beyond the present length, at least doubling the
 // capacity when it has to grow: for documents that grow item by item. Results as wms_strbuf_brk.
 [[nodiscard]] int wms_strbuf_reserve(wms_strbuf* buf, std::int64_t more);
 
-// Appends `n` bytes, which may hold NULs. Returns 0; -1 for a negative n or a failed growth, the
-// buffer unchanged.
+// Appends `n` bytes, which may hold NULs and may lie in the buffer itself. Returns 0; -1 for a
+// negative n, missing bytes or a failed growth, the buffer unchanged.
 int wms_strbuf_append(wms_strbuf* buf, const char* bytes, std::int32_t n);
 
 // Appends formatted text; nothing when it is empty or the growth fails. Always returns 0.
