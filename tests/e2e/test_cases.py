@@ -46,6 +46,9 @@ KEYS = {
     "cookies", "traffic", "log", "rows",
 }
 
+# What a case may say of the answer: one of these, so that its own replaces the default's.
+ANSWERS = {"body", "pattern", "reason", "error", "refused", "token", "api"}
+
 
 def load_cases():
     for path in sorted(Path(__file__).with_name("cases").glob("*.toml")):
@@ -53,7 +56,9 @@ def load_cases():
         default = cases.pop("default", {})
         for name, case in cases.items():
             assert not set(case) - KEYS, (path, name, set(case) - KEYS)
-            yield pytest.param({**default, **case}, id="%s: %s" % (path.stem, name))
+            own = {key: value for key, value in default.items()
+                   if key not in ANSWERS or not ANSWERS & set(case)}
+            yield pytest.param({**own, **case}, id="%s: %s" % (path.stem, name))
 
 
 def fill(value, sid):
