@@ -15,8 +15,13 @@ check() {
     "$@" || failed+=("$name")
 }
 
+source_folders=()
+for folder in src tests bench fuzz; do
+    [[ ! -d $folder ]] || source_folders+=("$folder")
+done
+
 cpp_files() {
-    find src tests bench fuzz \( -name '*.cpp' -o -name '*.h' \) -print0 2>/dev/null
+    find "${source_folders[@]}" \( -name '*.cpp' -o -name '*.h' \) -print0
 }
 
 formatting() {
@@ -42,7 +47,7 @@ headers() {
 # The compilation database of the Clang build: it holds no option that only GCC knows.
 tidy() {
     local log=build/tidy.log
-    find src tests bench fuzz -name '*.cpp' -print0 2>/dev/null |
+    find "${source_folders[@]}" -name '*.cpp' -print0 |
         xargs -0 -n 4 -P "$(nproc)" timeout 600 clang-tidy --quiet -p build/clang >"$log" 2>/dev/null || {
         grep -E 'warning:|error:' "$log" | sort -u | head -n 100
         return 1
