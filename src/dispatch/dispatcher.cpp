@@ -13,6 +13,7 @@
 #include "runtime/escape.h"
 #include "runtime/log.h"
 #include "runtime/session_record.h"
+#include "runtime/spool.h"
 #include "runtime/strbuf.h"
 #include "runtime/text.h"
 
@@ -49,9 +50,6 @@ constexpr auto rows_before_session = std::to_array<std::string_view>({
     "redirect",
 });
 static_assert(std::ranges::is_sorted(rows_before_session));
-
-constexpr auto upload_pages =
-    std::to_array<std::string_view>({"captiveportal_import.html", "wms-os-upload.html"});
 
 constexpr char api_token_refusal[] =
     "Content-Type: application/json\r\nExpires: 0\r\nStatus: 401 Unauthorized\r\n\r\n"
@@ -116,11 +114,24 @@ void call_handler(const dispatch_call& call, const dispatch_row& row) {
     }
 }
 
-void serve(const dispatch_call& call) {
+// Returns the row that served the request; null when it was refused.
+const dispatch_row* serve(const dispatch_call& call) {
     const dispatch_row* row = dispatch_find(call.key);
-    if (row == nullptr) return refuse_unknown(call.response, call.key);
-    if (!may_use(call.session, *row)) return refuse_permission(call.response, call.key);
-    if (token_holds(call, *row)) call_handler(call, *row);
+    if (row == nullptr) {
+        refuse_unknown(call.response, call.key);
+        return nullptr;
+    }
+    if (!may_use(call.session, *row)) {
+        refuse_permission(call.response, call.key);
+        return nullptr;
+    }
+    if (!token_holds(call, *row)) return nullptr;
+    call_handler(call, *row);
+    return row;
+}
+
+bool is_upload_page(const dispatch_row* row) {
+    return row != nullptr && std::ranges::find(spooled_pages, row->name) != spooled_pages.end();
 }
 
 }  // namespace
@@ -132,12 +143,14 @@ int wuic_cgi(const char* program_name, wms_strbuf* response, session_record* ses
         return 0;
     }
     const char* opcode = cgi_named_value(input, "opcode");
-    serve({.program_name = program_name,
-           .key = opcode != nullptr ? opcode : program_name,
-           .response = response,
-           .session = session,
-           .db = db,
-           .input = input});
+    const dispatch_row* served = serve({.program_name = program_name,
+                                        .key = opcode != nullptr ? opcode : program_name,
+                                        .response = response,
+                                        .session = session,
+                                        .db = db,
+                                        .input = input});
+    // The image was written before the token could be checked; only an upload page may keep it.
+    if (cgi_is_spooled_upload(input) && !is_upload_page(served)) spool_drop_image();
     return 0;
 }
 
@@ -147,7 +160,7 @@ bool may_spool_upload(wms_strbuf* response, const session_record* session, const
         return false;
     }
     const std::string_view uri = text_or_null(cgi_get_var(input, "REQUEST_URI"));
-    for (const std::string_view page : upload_pages) {
+    for (const std::string_view page : spooled_pages) {
         if (uri.find(page) == std::string_view::npos) continue;
         const dispatch_row* row = dispatch_find_exact(page);
         if (session->found && row != nullptr && wuic_check_perm(session, row->mask)) continue;

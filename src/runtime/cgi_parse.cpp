@@ -1,5 +1,5 @@
 // Reading a request: the query string of a GET, the body of a POST, or a caller's buffer.
-#include <array>
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <limits>
@@ -19,8 +19,6 @@
 
 namespace {
 
-constexpr auto spooled_pages =
-    std::to_array<const char*>({"captiveportal_import.html", os_upload_page});
 constexpr char multipart_type[] = "multipart/form-data; boundary=";
 constexpr int log_error = 3;
 
@@ -145,12 +143,11 @@ bool method_is(const cgi* input, const char* method) {
 }  // namespace
 
 bool cgi_is_spooled_upload(const cgi* input) {
-    const char* const uri = cgi_get_var(input, "REQUEST_URI");
-    if (uri == nullptr || !method_is(input, "POST")) return false;
-    for (const char* page : spooled_pages) {
-        if (std::strstr(uri, page) != nullptr) return true;
-    }
-    return false;
+    const char* const text = cgi_get_var(input, "REQUEST_URI");
+    if (text == nullptr || !method_is(input, "POST")) return false;
+    return std::ranges::any_of(spooled_pages, [uri = std::string_view{text}](auto page) {
+        return uri.find(page) != std::string_view::npos;
+    });
 }
 
 void cgi_discard_body(const cgi* input) {

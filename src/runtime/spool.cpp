@@ -6,6 +6,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <optional>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "platform/free_space.h"
@@ -68,7 +69,9 @@ std::optional<spool_place> choose_place(std::int64_t length) {
 
 bool has_memory(const cgi* input, const spool_place& place) {
     const char* const uri = cgi_get_var(input, "REQUEST_URI");
-    if (uri == nullptr || std::strstr(uri, os_upload_page) == nullptr) return true;
+    if (uri == nullptr || std::string_view{uri}.find(os_upload_page) == std::string_view::npos) {
+        return true;
+    }
     const std::int64_t free = free_memory_bytes();
     if (free >= place.memory_need * mib) return true;
     wuic_log(log_error, "Current free memory (%lld MB) is too low. System needs %lld MB",
@@ -99,10 +102,20 @@ int receive(int spool, std::int64_t length, char* window, int on_ramdisk_flag) {
     return cgi_read_error;
 }
 
+// Everybody may plant a file below /tmp, and its owner could change what was received.
+unique_fd open_spool(const char* path) {
+    unique_fd spool = safe_open_for_writing(path, O_RDWR | O_TRUNC | O_SYNC, 0666);
+    struct stat info = {};
+    if (!spool || (::fstat(spool.get(), &info) == 0 && info.st_uid == ::geteuid())) return spool;
+    errno = EACCES;
+    return {};
+}
+
 int receive_and_parse(cgi* input, std::int64_t length, const spool_place& place) {
     const malloc_text window{static_cast<char*>(std::malloc(body_chunk))};
     if (!window) return cgi_no_memory;
-    const unique_fd spool = safe_open_for_writing(place.path, O_RDWR | O_TRUNC | O_SYNC, 0666);
+    spool_drop_image();
+    const unique_fd spool = open_spool(place.path);
     if (!spool) {
         wuic_log(log_error, "open failed (%d) on post.data file. usetmp: %d", errno,
                  place.on_ramdisk);
@@ -126,6 +139,10 @@ int spool_upload(cgi* input, std::int64_t length) {
         return cgi_low_space;
     }
     const int result = receive_and_parse(input, length, *place);
-    if (result != 0) ::unlink(paths::os_image);
+    if (result != 0) spool_drop_image();
     return result;
+}
+
+void spool_drop_image() {
+    ::unlink(paths::os_image);
 }

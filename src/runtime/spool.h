@@ -2,15 +2,25 @@
 // goes to a spool file on flash or the RAM disk first, and is taken apart from there.
 #pragma once
 
+#include <array>
 #include <cstdint>
+#include <string_view>
 
 #include "runtime/cgi.h"
 
-inline constexpr char os_upload_page[] = "wms-os-upload.html";
+inline constexpr std::string_view os_upload_page = "wms-os-upload.html";
+
+// The pages whose uploads are spooled: also their rows' names in the dispatch table.
+inline constexpr std::array<std::string_view, 2> spooled_pages{"captiveportal_import.html",
+                                                               os_upload_page};
 
 // Receives and parses a spooled upload. The first part with a file goes to the image file on flash,
 // further ones are dropped, all other parts become input->pairs over input->body. The spool file is
-// gone when this returns, and after a failure so is the image.
+// gone when this returns. An earlier upload's image is removed when a body is received, so the
+// image file is always the latest upload's; after a failure there is none.
 //   length  CONTENT_LENGTH, above 0
 // Returns 0 or a cgi_parse_error; with cgi_low_space the body has been read and dropped.
 [[nodiscard]] int spool_upload(cgi* input, std::int64_t length);
+
+// Removes the image: for a request that turned out to be refused after its upload was stored.
+void spool_drop_image();

@@ -149,7 +149,8 @@ int begin_part(upload* state, part_kind* kind) {
     if (part_is_refused_file(start.substr(name.begin, name.end - name.begin))) {
         return cgi_refused_file;
     }
-    if (state->has_image) return 0;
+    // A browser sends an empty name for a field in which no file was chosen.
+    if (state->has_image || name.begin == name.end) return 0;
     *kind = part_kind::image;
     state->window.begin += heading.data;
     return open_image(state);

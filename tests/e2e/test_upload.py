@@ -94,10 +94,15 @@ def test_naming_an_upload_page_in_the_query_lets_nobody_in(reader):
     assert nothing_left()
 
 
-def test_a_wrong_token_refuses_the_page(admin):
-    body, headers = harness.multipart(("UIDQORIN", b"wrong"), ("file", b"data", "image.bin"))
+@pytest.mark.parametrize("field, reason", [
+    (("UIDQORIN", b"wrong"), "SID Validation failed"),
+    (("opcode", b"heart-beat"), "not implemented"),
+])
+def test_only_an_upload_page_keeps_the_image_and_only_with_the_token(admin, field, reason):
+    body, headers = harness.multipart(field, ("file", b"data", "image.bin"))
     response = harness.http_request(PAGE, "POST", body, {**headers, **harness.as_session(admin)})
-    harness.assert_reason(response, "SID Validation failed")
+    harness.assert_reason(response, reason)
+    assert nothing_left()
 
 
 def test_the_factory_default_state_discards_an_upload(admin):
