@@ -11,6 +11,7 @@
 #include "platform/ownership.h"
 #include "platform/paths.h"
 #include "platform/safe_open.h"
+#include "platform/system_log.h"
 
 #include "runtime/log.h"
 #include "runtime/request.h"
@@ -68,8 +69,11 @@ void append_line(const char* program_name, const char* key, std::time_t seconds)
     const std::time_t now = std::time(nullptr);
     std::tm local{};
     if (::localtime_r(&now, &local) != nullptr) std::strftime(clock, sizeof clock, "%T ", &local);
-    ::dprintf(fd.get(), "%s %s %s %ld\n", clock, program_name,
-              std::strcmp(program_name, key) == 0 ? "" : key, static_cast<long>(seconds));
+    char line[system_log_line_max + 1];
+    std::snprintf(line, sizeof line, "%s %s %s %ld\n", clock, program_name,
+                  std::strcmp(program_name, key) == 0 ? "" : key, static_cast<long>(seconds));
+    blank_controls(line);
+    ::dprintf(fd.get(), "%s", line);
 }
 
 }  // namespace

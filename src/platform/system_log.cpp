@@ -12,6 +12,8 @@ bool is_control(char c) {
     return byte < 0x20 || byte == 0x7F;
 }
 
+}  // namespace
+
 // A line break or an escape sequence inside a logged text could forge a line or steer a terminal.
 void blank_controls(char* line) {
     std::size_t length = std::strlen(line);
@@ -20,8 +22,6 @@ void blank_controls(char* line) {
         if (is_control(line[i]) && line[i] != '\t') line[i] = ' ';
     }
 }
-
-}  // namespace
 
 void system_log_open(const char* name) {
     openlog(name, LOG_PID, LOG_USER);

@@ -9,6 +9,9 @@ inline constexpr int system_log_line_max = 4095;
 // Opens the system log under a process name; `name` must live as long as the process.
 void system_log_open(const char* name);
 
+// Replaces control bytes (below 0x20 and 0x7F, but TAB and one final LF) by blanks, in place.
+void blank_controls(char* line);
+
 // Formats a line, replaces control bytes (below 0x20 and 0x7F, but TAB and one final LF) by blanks
 // and hands it to syslog(3) as an argument, never as a format.
 //   priority  facility and level, as syslog(3) takes them
