@@ -153,7 +153,11 @@ int read_message(int fd, const cli_outputs& out) {
     std::int32_t length = 0;
     if (!read_length(fd, &length)) return fail(out, "Failed to read socket");
     if (length <= 0) return 0;
-    if (length >= out.msg_size || !read_all(fd, out.msg, length)) {
+    if (length >= out.msg_size) {
+        errno = 0;  // no system call failed
+        return fail(out, "Failed to read socket");
+    }
+    if (!read_all(fd, out.msg, length)) {
         return fail(out, "Failed to read socket");
     }
     out.msg[length] = '\0';

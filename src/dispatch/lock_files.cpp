@@ -124,8 +124,9 @@ const char* lock_file_for_clisession_str(int kind, bool* upgrade_busy) {
     attempt tried = try_lock(row.path);
     if (!tried.fd) return row.open_failure;
     if (tried.result == 1 && !is_alive(tried.holder)) {
+        // Not a file that another one made meanwhile.
+        if (path_names(row.path, tried.fd.get())) ::unlink(row.path);
         tried.fd.reset();
-        ::unlink(row.path);
         tried = try_lock(row.path);
         if (!tried.fd) return row.open_failure;
         if (tried.result != 0) tried.result = 1;  // another one was faster
