@@ -1,5 +1,5 @@
-// Sessions are rows of http_session in the database wms, shared with the controller's other
-// services. Nothing here ages them.
+// The table http_session of the database wms, one row a session. Other services of the controller
+// read it and remove old rows; here a row ends at logout only.
 #pragma once
 
 #include <cstdint>

@@ -68,7 +68,7 @@ bool bind_loopback(int fd) {
     return bind(fd, generic(&addr), sizeof addr) == 0;
 }
 
-// Connected, so that a service that is down is reported at once and only its datagrams are taken.
+// A connected socket learns of a closed port at once, and gets no stranger's datagrams.
 bool connect_service(int fd) {
     sockaddr_in addr = {};
     if (!service_address(&addr) || connect(fd, generic(&addr), sizeof addr) != 0) return false;

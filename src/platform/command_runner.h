@@ -1,5 +1,5 @@
-// Runs another program as a child: clean environment with a fixed PATH, no CGI variables, standard
-// input from /dev/null, and none of our descriptors but standard output and error.
+// Runs another program as a child. It inherits standard output and error and nothing else: no other
+// descriptor, an environment of a fixed PATH alone, and /dev/null to read from.
 #pragma once
 
 // Runs `program` (an absolute path) with `arguments` (a null-terminated array, argument 0 included)

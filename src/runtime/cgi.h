@@ -32,7 +32,7 @@ struct cgi {
     std::uint32_t body_owned;
     char* body;  // what the pairs point into
     std::uint32_t raw_owned;
-    char* raw;  // untouched copy of the query string or of a small body; may be null
+    char* raw;  // the query string or body as it came; null for large ones
 };
 
 inline constexpr std::int64_t cgi_body_max = 83886080;  // bytes of a body kept in memory (80 MiB)
@@ -45,9 +45,9 @@ enum cgi_parse_error : int {
     cgi_no_length = -2,     // POST without a usable CONTENT_LENGTH
     cgi_too_long = -3,      // body above cgi_body_max
     cgi_no_memory = -4,     // body buffer not allocated
-    cgi_read_error = -5,    // standard input or the spool file failed
+    cgi_read_error = -5,    // the body could not be read or spooled whole
     cgi_refused_file = -6,  // an uploaded file name was refused
-    cgi_low_space = -8,     // not enough flash or memory for a spooled upload
+    cgi_low_space = -8,     // no room to spool an upload
 };
 
 // Zeroes the record. Returns 0.

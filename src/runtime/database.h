@@ -1,8 +1,8 @@
 // Connections to the controller's PostgreSQL databases.
 //
-// Query texts escape with backslashes (wuic_escape_sql), which is only safe where the server reads
-// backslashes in literals. So every connection is opened with standard_conforming_strings off, and
-// one on which that cannot be had is refused.
+// wuic_escape_sql puts backslashes into literals, and by default PostgreSQL takes those for plain
+// characters: the quote behind one would end the literal. Connections therefore have
+// standard_conforming_strings off; one that does not is refused.
 #pragma once
 
 #include "platform/ownership.h"

@@ -1,5 +1,5 @@
-// The two documents that requests are refused with. Both clear the response first and format the
-// reason into at most 1023 characters; texts that come from the database, a command reply or the
+// The two documents that requests are refused with. Each replaces what the response held;
+// a reason is cut at 1023 characters. Texts that come from the database, a command reply or the
 // client must be escaped by the caller (error_text_escape).
 #pragma once
 

@@ -8,15 +8,15 @@ struct wms_strbuf;
 
 // SQL literal (the server must read backslashes in literals, see database.h): a backslash before
 // each quote, apostrophe and backslash, and before "%" when `escape_percent`. Returns the full
-// length when it is below out_size; else zeroes all of `out` and returns the negated length, so
-// that a query is never built from a cut literal: a negative result is a failure. So is a text with
-// a NUL in it, where the query would end, and a missing text with a length.
+// length when it is below out_size; else zeroes all of `out` and returns the negated length: a
+// failure, since half a literal is another literal. A text with a NUL in it, where the query would
+// end, fails too, and so does a missing text with a length.
 [[nodiscard]] int wuic_escape_sql(char* out, std::int32_t out_size, const char* in,
                                   std::int32_t in_len, bool escape_percent);
 
-// JavaScript string; a length below 1 means the text's own. Angle brackets split the literal, so
-// that no closing script tag can form. A cut never splits a replacement. Both return the buffer's
-// text ("" for a buffer without a block).
+// JavaScript string; a length below 1 means the text's own. Around an angle
+// bracket the literal is split in two, which keeps "</script>" out of the page. A cut never splits
+// a replacement. Both return the buffer's text ("" for a buffer without a block).
 const char* wuic_jsesc(char* out, std::int32_t out_size, const char* in, std::int32_t in_len);
 const char* wuic_jsesc_ii(wms_strbuf* buf, const char* in, std::int32_t in_len);
 
@@ -38,6 +38,6 @@ int wuic_build_fqln(char* out, std::int32_t out_size, const char* a, const char*
 int wuic_crack_fqln(const char* name, char* a, std::int32_t a_size, char* b, std::int32_t b_size,
                     char* c, std::int32_t c_size, char* d, std::int32_t d_size);
 
-// The 36 characters of a fresh random UUID (RFC 4122), or an empty text when there is none.
-// `out_size` must be at least 37 for an identifier to fit.
+// Writes a new version 4 UUID (RFC 4122 section 4.4) and a NUL, 37 bytes; an empty text when the
+// kernel gives none or they do not fit.
 void wuic_get_uuid(char* out, std::int32_t out_size);

@@ -2,8 +2,8 @@
 // appended, so that a negated length tells the caller both that the text did not fit and how long
 // the whole text is. The storage must outlive the record.
 //
-// The rule of every result here: a buffer counts as full from capacity - 1 characters on, so a text
-// that fills it exactly is reported as negative although nothing was lost.
+// One rule for all results: they are positive up to capacity - 2. With one character more the last
+// byte before the NUL is taken, and the result is negative even if all of the text was stored.
 #pragma once
 
 #include <cstdarg>

@@ -24,6 +24,6 @@ std::time_t wuic_get_last_modified_time(const char* path);
 
 // Stores the file's modification time in `mtime`. When the request asks for it only if it was
 // modified since a time that is not earlier, appends the complete 304 response and returns 1: the
-// handler then sends nothing else. Otherwise returns 0.
+// handler is then done. Otherwise returns 0.
 int wuic_handle_if_modified_since(wms_strbuf* response, const cgi* input, const char* path,
                                   std::time_t* mtime);

@@ -17,8 +17,7 @@ void wuic_log_set_level(int level);
 // module's; never in the trace.
 [[gnu::format(printf, 2, 3)]] void controller_log(int level, const char* format, ...);
 
-// Appends to the debug trace /tmp/ooo, which is made readable and writable by everybody; at 4 MiB
-// the trace is emptied before the next line.
+// Appends to the debug trace /tmp/ooo, of mode 0666. A trace that has reached 4 MiB starts anew.
 [[gnu::format(printf, 1, 2)]] void wuic_ooo(const char* format, ...);
 
 // As wuic_ooo with the local time in front, and only while /flash/mon_debug exists (tested once per

@@ -8,6 +8,7 @@
 [[nodiscard]] bool is_directory_traversal(const char* text);
 // Neither of the two.
 [[nodiscard]] bool is_sanitized(const char* text);
-// A bare file name that an upload must not carry: ".", "..", a leading ".", any "/", "\" or control
-// byte, more than 255 bytes, or not is_sanitized. An empty name is allowed: no file was chosen.
+// Whether an upload must not carry this bare file name. Refused are names that begin with a dot,
+// hold a separator of either kind or a control byte, exceed 255 bytes, or fail is_sanitized. An
+// empty one passes: browsers send it where no file was chosen.
 [[nodiscard]] bool is_restricted_filename(const char* name);

@@ -12,7 +12,7 @@ struct session_record {
     std::uint64_t created_time;   // creation, seconds since the epoch
     std::int32_t admin;           // 1 management session, 0 remote-access session
     char path[256];               // path stored with the session
-    // Set only when a lookup or a creation succeeded, or the factory-default rule let it pass.
-    // "Has a session" means this, never a non-empty identifier: a stale cookie leaves one.
+    // Whether there is a session: its row was found or made, or the factory-default state stands in
+    // for one. Look at nothing else: a stale cookie leaves an identifier, too.
     bool found;
 };
