@@ -1,8 +1,9 @@
-// What the tests of request input share: private folders at the program's fixed paths, a body on
+// What the tests of text and input share: private folders at the program's fixed paths, a body on
 // standard input, and copies of exact size, behind which the sanitizer sees every over-read.
 #pragma once
 
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
 #include <fstream>
@@ -27,15 +28,17 @@ inline void fresh_folder(const char* path, const char* options) {
 }
 
 inline void fresh_flash(const char* options) {
-    fresh_folder("/flash", options);
+    ASSERT_NO_FATAL_FAILURE(fresh_folder("/flash", options));
     ASSERT_EQ(mkdir("/flash/config", 0755), 0);
 }
 
+// When this fails no test runs, so that none writes to the folders of the host.
 struct private_folders : testing::Environment {
     void SetUp() override {
-        ASSERT_EQ(unshare(CLONE_NEWNS), 0) << std::strerror(errno) << " (tests run as root)";
+        ASSERT_NE(std::getenv("SANDBOX_CHECKOUT"), nullptr) << "run this in scripts/sandbox.sh";
+        ASSERT_EQ(unshare(CLONE_NEWNS), 0) << std::strerror(errno);
         ASSERT_EQ(mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr), 0);
-        fresh_folder("/tmp", "mode=1777");
+        ASSERT_NO_FATAL_FAILURE(fresh_folder("/tmp", "mode=1777"));
         fresh_flash("mode=755");
     }
 };
@@ -47,12 +50,8 @@ inline std::string contents(const char* path) {
     return {std::istreambuf_iterator<char>(file), {}};
 }
 
-inline void put_file(const char* path, std::string_view text) {
+inline void put_file(const std::string& path, std::string_view text) {
     std::ofstream(path, std::ios::binary) << text;
-}
-
-inline bool exists(const char* path) {
-    return access(path, F_OK) == 0;
 }
 
 // The lines that were logged since the last call.
@@ -63,14 +62,14 @@ inline std::string logged() {
 }
 
 struct exact_copy {
-    std::size_t size;
+    std::int32_t size;
     std::unique_ptr<char[]> bytes;
     explicit exact_copy(std::string_view text, std::size_t spare = 0)
-        : size(text.size()), bytes(new char[text.size() + spare]) {
+        : size(std::int32_t(text.size())), bytes(new char[text.size() + spare]) {
         text.copy(bytes.get(), text.size());
     }
-    char* data() { return bytes.get(); }
-    std::int32_t length() const { return static_cast<std::int32_t>(size); }
+    char* data() const { return bytes.get(); }
+    std::string_view view() const { return {bytes.get(), std::size_t(size)}; }
 };
 
 // Standard input holds `body` as long as this lives.
