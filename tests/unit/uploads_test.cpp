@@ -100,6 +100,13 @@ TEST_F(uploads, a_heading_ends_within_196_bytes) {
     EXPECT_EQ(value("a"), "1");
 }
 
+TEST_F(uploads, a_field_without_a_chosen_file_is_no_image) {
+    EXPECT_EQ(upload(file("", "") + file("os.bin", "data") + last_line), 0);
+    EXPECT_EQ(contents(paths::os_image), "data");
+    EXPECT_EQ(upload(file("", "") + last_line), 0);
+    EXPECT_NE(access(paths::os_image, F_OK), 0);
+}
+
 TEST_F(uploads, a_failed_upload_leaves_nothing_behind) {
     const std::string half(40 << 20, 'x');
     const std::string image = file("os.bin", "data");
@@ -160,12 +167,16 @@ TEST_F(uploads, an_image_needs_free_memory_as_well) {
 TEST_F(uploads, a_planted_spool_file_is_not_followed) {
     const std::string body = file("os.bin", std::string(2 << 20, 'x')) + last_line;
     put_file("/flash/config/precious", "precious");
-    for (const char* planted : {paths::spool_flash, paths::os_image}) {
-        ASSERT_EQ(symlink("/flash/config/precious", planted), 0);
-        EXPECT_EQ(upload(body), -5);
-        EXPECT_EQ(contents("/flash/config/precious"), "precious");
-        unlink(planted);
-    }
+    ASSERT_EQ(symlink("/flash/config/precious", paths::os_image), 0);
+    EXPECT_EQ(upload(body), 0);  // a link in the image's place is an older image
+    ASSERT_EQ(symlink("/flash/config/precious", paths::spool_flash), 0);
+    EXPECT_EQ(upload(body), -5);
+    EXPECT_EQ(contents("/flash/config/precious"), "precious");
+    unlink(paths::spool_flash);
+    put_file(paths::spool_flash, "");
+    ASSERT_EQ(chown(paths::spool_flash, 65534, 65534), 0);  // its owner could change what came
+    EXPECT_EQ(upload(body), -5);
+    unlink(paths::spool_flash);
     // On the RAM disk a leftover is removed first, so only a folder, or a race, stands there.
     fresh_flash("size=4m");
     ASSERT_EQ(mkdir(paths::spool_ramdisk, 0777), 0);
