@@ -8,7 +8,7 @@
 
 void wuic_get_connection_info(const cgi* vars, connection_info* record) {
     *record = {};
-    // Kept: only a value other than "on" sets the flag, and an absent one does not.
+    // Kept, odd as it is: any HTTPS but "on" sets the flag; with "on" or without HTTPS it is clear.
     const char* const https = cgi_get_var(vars, "HTTPS");
     record->https_flag = https != nullptr && std::strcmp(https, "on") != 0 ? 1 : 0;
     field_copy(record->remote_addr, cgi_get_var(vars, "REMOTE_ADDR"));

@@ -3,8 +3,8 @@
 
 #include "runtime/handler.h"
 
-// Asks the CLI helper to check a password. Returns 0 refused, 1 accepted, 2 accepted with a pending
-// challenge (left in the request record).
+// Has the CLI helper check a password. Returns 1 when it is accepted, 2 when a challenge must be
+// answered as well (it is left in the request record), 0 when it is refused.
 //   role_out, path_out  64 and 1025 bytes; empty unless accepted
 //   msg                 1024 bytes; the helper's message
 //   vap, extra          remote-access login's profile and more parameters, URL-escaped; or null
@@ -23,7 +23,7 @@ void api_write_json_response(wms_strbuf* out, int http_code, int status, const c
 
 // Handles one API login; always answers. Returns 0.
 int api_login_internal(wms_strbuf* out, pg_conn* db, cgi* vars);
-// Deletes the session's row when there is one, and answers.
+// Logs out: removes a found session from the store; always answers. Returns 0.
 int api_logout_internal(wms_strbuf* out, pg_conn* db, const session_record* session);
 
 // The rows of the dispatch table.

@@ -13,7 +13,7 @@ struct login_settings {
     const char* req_url;          // the URL that the client asked for first
 };
 
-// Reads all of them under their REDIRECT_ names; when the cookie name, the login path or the logout
-// path is missing there, all again under their plain names. The URL also falls back alone, when it
-// is missing or empty.
+// Reads the variables whose names begin with REDIRECT_. Where these lack the cookie name or one of
+// the two paths, everything but the URL comes from the plain names instead. For the URL the plain
+// name serves when its REDIRECT_ one is missing or empty.
 [[nodiscard]] login_settings login_settings_read(const cgi* vars);

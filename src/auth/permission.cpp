@@ -13,7 +13,7 @@ struct role_bit {
     std::uint32_t bit;
 };
 
-// Bit 0x1 names no role of its own: a row with the mask 0x1 is for the two unlimited roles alone.
+// No role stands for bit 0x1: a row whose mask is 0x1 is left to the two unlimited roles.
 constexpr auto role_bits = std::to_array<role_bit>({
     {.role = "read-only", .bit = 0x2},
     {.role = "network-operations", .bit = 0x4},
@@ -30,7 +30,7 @@ constexpr std::array<std::string_view, 2> unlimited_roles{"root", "standard"};
 
 bool wuic_check_perm(const session_record* session, std::uint32_t mask) {
     const bool every_role = (mask & mask_every_role) == mask_every_role;
-    // 0xFFFF names every role, and a caller without a session has none.
+    // 0xFFFF has bit 0x40 only because it has all: it admits any role, not a caller without one.
     if (session == nullptr || !session->found) return (mask & mask_no_session) != 0 && !every_role;
 
     const std::string_view role = session->role;

@@ -15,9 +15,9 @@ inline constexpr int session_sid_size = 128;  // bytes that wuic_session_create 
 
 // Looks a session up by `sid`, or by QORIN_AUTH_SESSION_ID when it is null. The record is cleared
 // first and keeps the identifier that was asked for, cut to its field; a longer one finds nothing,
-// and so does a row whose user or role is longer than its field. Returns 0 when there is a session
-// (or the controller is in its factory-default state, which gives the role "root"), else -1; -1 at
-// once when there is no identifier or an empty one.
+// and so does a row whose user or role is longer than its field. Under a factory-default
+// configuration every identifier has a session, with the role "root". Returns 0 with a session, -1
+// without; a missing or empty identifier is -1 in any case.
 [[nodiscard]] int wuic_session_retrieve(pg_conn* db, const cgi* vars, session_record* record,
                                         const char* sid);
 
@@ -36,6 +36,7 @@ inline constexpr int session_sid_size = 128;  // bytes that wuic_session_create 
 // Removes a session's row. Returns 0, or -1 when the statement failed.
 [[nodiscard]] int wuic_session_delete(pg_conn* db, const char* sid);
 
-// 1 when the request comes from a connected remote-access client and a session was made for it (the
-// record is filled), else 0.
+// Asks whether a remote-access client is connected from the request's address, and makes a session
+// for it. Returns 1 with the record filled; 0, the record untouched, when there is no such client
+// or no session could be made.
 [[nodiscard]] int wuic_is_valid_vpn_session(pg_conn* db, const cgi* vars, session_record* record);

@@ -1,6 +1,6 @@
-// The CLI helper: a daemon that runs a command as a given user and answers with XML output and a
-// status text, over a UNIX stream socket. Each call is one exchange on a socket of its own; reads
-// block without a time limit.
+// The CLI helper: the daemon that runs commands in a user's name. It listens on a UNIX stream
+// socket and answers with XML output and a status text. Each call is one exchange on a socket of
+// its own; reads block without a time limit.
 #pragma once
 
 #include <cstdint>
@@ -27,8 +27,8 @@ inline constexpr int cli_message_size = 1024;  // what callers use for `msg`
                                                    const char* format, ...);
 
 // Rewrites a management-user command so that its password is obfuscated, into `out` of `out_size`
-// bytes. Returns 0, or 1 when the command does not have that form or does not fit: nothing is ever
-// sent in clear.
+// bytes. Returns 0; 1 when the command has another form or does not fit, or memory runs out. It
+// must not be sent then, since the password would go out readable.
 [[nodiscard]] int encrypt_mgmt_usr_passwd(const char* command, char* out, std::int32_t out_size);
 
 // The hexadecimal text of the obfuscated `text`; malloc'ed, the caller frees it; null when memory

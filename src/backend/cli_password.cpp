@@ -39,8 +39,8 @@ std::string_view find_password(std::string_view command) {
     return {};
 }
 
-// What is sent before the password: the command up to its sixth space. Empty unless that space is
-// the one before the password, for else the password, or a part of it, would go out in clear.
+// The part of the command that stays readable: up to its sixth space, if nothing but spaces lies
+// between that and the password. Empty otherwise, or some of the password would stay readable too.
 std::string_view find_head(std::string_view command, std::string_view password) {
     const std::size_t space = nth_space(command, spaces_before_password);
     if (space == std::string_view::npos) return {};

@@ -21,8 +21,9 @@ void command_unencode(char* text, std::int32_t size);
 
 // Appends what the helper answered: the reply (null when there was none) unchanged when `msg` is
 // empty; else the message as it is when it is an error document itself, and otherwise, escaped for
-// markup, as "<re><ERROR>message</ERROR></re>". Returns 0, or -1 when memory runs out, the response
-// unchanged.
+// markup, as "<re><ERROR>message</ERROR></re>". Returns 0; -1, the response unchanged, when it
+// cannot grow for a reply or an error document. A wrapped message for which it cannot grow is left
+// out.
 [[nodiscard]] int command_append_reply(wms_strbuf* response, const char* reply,
                                        std::int32_t reply_len, const char* msg);
 

@@ -40,7 +40,7 @@ void put_field(datagram* out, std::size_t offset, std::size_t size, const char* 
     std::memcpy(out->data() + offset, text, strnlen(text, size - 1));
 }
 
-// The socket's sending side is shut down before it is closed, on every path.
+// Whatever step fails, sending is shut down first and the descriptor closed after it.
 struct fast_path_socket {
     unique_fd fd{socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)};
     fast_path_socket() = default;

@@ -3,12 +3,14 @@
 
 #include <cstdint>
 
-// Runs `command` with the given user and role. Outputs as wuic_cli_execute; on failure `msg` holds
-// an XML fragment. Waits up to 1,200 seconds. Returns 0 or -1.
+// Runs `command` as `user` in `role`; each is cut to its field (63, 32 and 1023 bytes). Waits up to
+// 1,200 seconds. Outputs as wuic_cli_execute, but `out_len` is the true length, and the text of a
+// failure comes as XML, "<re><ERROR>...". Returns 0 or -1.
 // NOLINTNEXTLINE(readability-function-size): fixed interface
 [[nodiscard]] int wuic_fpcli_execute(const char* user, const char* role, const char* command,
                                      char** out_text, std::int32_t* out_len, char* msg,
                                      std::int32_t msg_size);
 
-// Sets the socket's receive time-out (SO_RCVTIMEO); the result of setsockopt(2).
+// Limits how long a receive on `fd` may block (SO_RCVTIMEO); 0 and 0: for ever. Returns what
+// setsockopt(2) returned.
 int set_socket_timeout(int fd, long seconds, long microseconds);

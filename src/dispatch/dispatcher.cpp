@@ -27,7 +27,7 @@
 
 namespace {
 
-// Rows that must answer before there is a session. Nothing else of mask 0xFFFF runs without one.
+// Open without a session, though their masks alone would refuse that.
 constexpr auto rows_before_session = std::to_array<std::string_view>({
     "/dap/apcount",
     "/dap/proc_end_point",

@@ -3,6 +3,7 @@
 
 #include "runtime/handler.h"
 
-// Asks for a logged-in session (unless the controller is in its factory-default state), calls the
-// row's target with the unescaped query and answers with the XML text that it returns.
+// Serves callers with a session; on a factory-default controller, anyone. Hands the URL-decoded
+// query to the row's target and answers with the XML that it returns, or with an error when that is
+// null.
 request_handler generic_wrapper;

@@ -1,6 +1,6 @@
-// Lock files that keep two maintenance commands of one kind from running at once: advisory record
-// locks (fcntl(2)) across processes, with the holder's pid in the file. The system drops the lock
-// with its process, and the next attempt takes the stale file over.
+// One lock file for each kind of maintenance command, lest two of a kind run side by side: an
+// advisory record lock (fcntl(2)) between processes, with the holder's pid in the file. The system
+// drops the lock with its process, and the next attempt takes the stale file over.
 #pragma once
 
 #include <sys/types.h>
@@ -15,18 +15,20 @@ enum lock_kind : int {
     lock_log_archive = 4,
 };
 
-// Opens or creates `path` for reading and writing, mode 0777. The descriptor, or -1.
+// Opens a lock file to read and write, and makes it with mode 0777 where it is missing. The
+// descriptor, which the caller closes, or -1.
 [[nodiscard]] int open_file_for_locking(const char* path);
 
-// 0 locked, `pid` written to the file; 1 held by another process, its pid in `holder`; 2 held by
-// another whose pid could not be read.
+// Tries to take the lock, without waiting. Returns 0 with the lock taken and `pid` stored in the
+// file; 1 when the process `holder` has it; 2 when it was not to be had and the file names nobody.
 [[nodiscard]] int lock_file(int fd, pid_t pid, pid_t* holder);
 
-// Takes the lock of a kind. Null when it is held now, else the message to show; `upgrade_busy` is
-// set when an image upgrade is being run by another.
+// Takes the lock of a kind. Null when the command may run, else the message to show; `upgrade_busy`
+// is set when an image upgrade is being run by another. A holder without a readable pid stops
+// nobody.
 [[nodiscard]] const char* lock_file_for_clisession_str(int kind, bool* upgrade_busy);
 
-// Takes the lock of a kind. 1 when it is held now; 0 after writing the message into `response`.
+// The same for a handler: 1 when the command may run, 0 after writing the message into `response`.
 [[nodiscard]] int lock_file_for_clisession(wms_strbuf* response, int kind);
 
 // Releases a kind and deletes its lock file; does nothing when it is not held.

@@ -1,6 +1,6 @@
 // The slow-request log: a line in /tmp/httpd_timing for each handler that took six seconds or more.
-// It is on while that file exists and the dispatcher runs inside another host process; this
-// program's own entry turns it off.
+// For hosts that have the dispatcher built in, and only while that file exists; in this program the
+// entry turns it off.
 #pragma once
 
 #include <ctime>

@@ -18,10 +18,11 @@ enum token_result : int {
                                              const char* session_id, const pg_conn* db,
                                              const cgi* input);
 
-// True when the token text occurs anywhere in `request_uri`.
+// Whether "UIDQORIN=<session_id>" stands anywhere in `request_uri`; false for a missing text.
 // NOLINTNEXTLINE(readability-identifier-naming): fixed name
 [[nodiscard]] bool verifySidInRequest(const char* request_uri, const char* session_id);
 
-// Cuts the token from the end of a raw query, in place. True when it was found there.
+// Shortens a raw query, in place, by a last parameter "UIDQORIN=<session_id>" and the byte before
+// it. A query without "&" is cut wherever that text begins. Returns whether it was shortened.
 // NOLINTNEXTLINE(readability-identifier-naming): fixed name
 [[nodiscard]] bool stripSidInArg(char* query, const char* session_id);

@@ -1,12 +1,12 @@
-// Small services of the controller that handlers ask directly. A port to a real controller replaces
+// Small services that handlers ask of the controller. On a real one its own code takes the place of
 // this folder.
 #pragma once
 
-// The role that the controller gives this process; "root" where it gives none and we run as root,
-// else "". The text lives as long as the process.
+// What this process may be on the controller: "root" with the effective user id 0, else "". The
+// text is static.
 const char* getrole();
 
-// True while the controller runs its factory-default configuration: the marker file exists.
+// Whether the factory-default marker file exists.
 bool isWuicConfigFactoryDefault();  // NOLINT(readability-identifier-naming): fixed name
 
 // Appends one entry (local time, type, reason) to the controller's reboot history. A history that

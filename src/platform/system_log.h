@@ -9,11 +9,11 @@ inline constexpr int system_log_line_max = 4095;
 // Opens the system log under a process name; `name` must live as long as the process.
 void system_log_open(const char* name);
 
-// Replaces control bytes (below 0x20 and 0x7F, but TAB and one final LF) by blanks, in place.
+// Blanks out control bytes in place: 0x7F and all under 0x20, save TAB and an LF at the very end.
 void blank_controls(char* line);
 
-// Formats a line, replaces control bytes (below 0x20 and 0x7F, but TAB and one final LF) by blanks
-// and hands it to syslog(3) as an argument, never as a format.
+// Formats a line, cleans it with blank_controls and logs it. For syslog(3) it is an argument of
+// "%s": a "%" in it has no effect.
 //   priority  facility and level, as syslog(3) takes them
 //   line      receives the cleaned line, NUL-terminated; at least system_log_line_max + 1 bytes
 // Keeps errno.

@@ -58,10 +58,10 @@ void cgi_deinit(cgi* input);
 // The value of a CGI variable: an override (exact name), else the environment; null when neither
 // has it. The text dies with the next cgi_set_var of that name.
 const char* cgi_get_var(const cgi* input, const char* name);
-// Sets or replaces an override with copies of both texts; a null value stays null. 0, or -1 when
-// memory runs out.
+// Sets or replaces an override with copies of both texts; a null value stays null. Returns 0, or -1
+// without memory.
 [[nodiscard]] int cgi_set_var(cgi* input, const char* name, const char* value);
-// Sets every override of `src` in `dst`. Returns 0, or -1 when memory runs out.
+// Copies the overrides of `src` over those of `dst`. Result as cgi_set_var; at -1 some are copied.
 int cgi_copy_vars(cgi* dst, const cgi* src);
 
 // True when the request is a POST and its URI names one of the two pages whose uploads are spooled
@@ -76,10 +76,10 @@ void cgi_discard_body(const cgi* input);
 // error there are no fields.
 [[nodiscard]] int cgi_parse(cgi* input);
 // Parse a caller's buffer as a form. `mode` -1: multipart when CONTENT_TYPE says so; other
-// non-zero: multipart; 0: URL-encoded. cgi_parse_ii works on a private copy; cgi_parse_iii in
-// `data` itself, which must have one writable byte after its `len` and outlive the record. `data`
-// itself is also recorded as `raw`. Both return 0 at once for an empty buffer, -1 for a form that
-// cannot be parsed, cgi_refused_file for a refused file name.
+// non-zero: multipart; 0: URL-encoded. cgi_parse_ii leaves `data` as it is and cuts up a copy;
+// cgi_parse_iii cuts up `data`, which must have one writable byte after its `len` and outlive the
+// record. Either way `raw` points to `data`. Both return 0 at once for an empty buffer, -1 for a
+// form that cannot be parsed, cgi_refused_file for a refused file name.
 // REQUIRES: `data` does not belong to the record.
 [[nodiscard]] int cgi_parse_ii(cgi* input, char* data, std::int32_t len, int mode);
 [[nodiscard]] int cgi_parse_iii(cgi* input, char* data, std::int32_t len, int mode);
@@ -89,7 +89,7 @@ char* cgi_query_string(const cgi* input);
 
 // A form field by exact name; with duplicates any one of them; null when there is none.
 const cgi_pair* cgi_named_pair(const cgi* input, const char* name);
-// Its value; "" when the field had no "="; null when there is no such field.
+// The value of that field, "" for one that came without "="; null when there is none.
 const char* cgi_named_value(const cgi* input, const char* name);
 // Prints all fields to standard output, for debugging.
 void cgi_show_allpair(const cgi* input);

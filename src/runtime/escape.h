@@ -1,4 +1,4 @@
-// Escaping for SQL literals, JavaScript strings, markup and dotted location names, and a random
+// What makes a text safe inside SQL, JavaScript, markup and dotted location names; and a random
 // identifier.
 #pragma once
 
@@ -7,16 +7,17 @@
 struct wms_strbuf;
 
 // SQL literal (the server must read backslashes in literals, see database.h): a backslash before
-// each quote, apostrophe and backslash, and before "%" when `escape_percent`. Returns the full
-// length when it is below out_size; else zeroes all of `out` and returns the negated length: a
-// failure, since half a literal is another literal. A text with a NUL in it, where the query would
-// end, fails too, and so does a missing text with a length.
+// each quote, apostrophe and backslash, and before "%" when `escape_percent`. Returns the length of
+// the literal. One that does not fit with its NUL is a failure, since half a literal is another
+// literal: `out` is zeroed throughout, and the result is that length negated, or -1 where there is
+// none. A text with a NUL in it, where the query would end, fails alike, and so does a missing text
+// with a length.
 [[nodiscard]] int wuic_escape_sql(char* out, std::int32_t out_size, const char* in,
                                   std::int32_t in_len, bool escape_percent);
 
-// JavaScript string; a length below 1 means the text's own. Around an angle
-// bracket the literal is split in two, which keeps "</script>" out of the page. A cut never splits
-// a replacement. Both return the buffer's text ("" for a buffer without a block).
+// JavaScript string; a length below 1 means the text's own. Around an angle bracket the literal is
+// split in two, which keeps "</script>" out of the page. A cut never splits a replacement. Both
+// return the buffer's text ("" for a buffer without a block).
 const char* wuic_jsesc(char* out, std::int32_t out_size, const char* in, std::int32_t in_len);
 const char* wuic_jsesc_ii(wms_strbuf* buf, const char* in, std::int32_t in_len);
 

@@ -7,9 +7,9 @@
 
 #include "runtime/cgi.h"
 
-// Makes room for `need` entries, rounded up to a multiple of 16; never shrinks. New entries are
-// not initialised. Returns 0; -1 for a need below 0 or above cgi_pairs_max or when memory runs
-// out, the array unchanged.
+// Grows the array, in steps of 16, until it can hold `need` entries; one that can stays as it is.
+// New entries are not initialised. Returns 0; -1 for a need below 0 or above cgi_pairs_max or when
+// memory runs out, the array unchanged.
 [[nodiscard]] int cgi_entries_reserve(cgi_pair** entries, std::int32_t* capacity,
                                       std::int64_t need);
 

@@ -1,6 +1,6 @@
-// Fixed text buffer over the caller's storage: never overflows, and counts everything that was
-// appended, so that a negated length tells the caller both that the text did not fit and how long
-// the whole text is. The storage must outlive the record.
+// Text buffer of fixed size, over storage of the caller's that must outlive the record. What does
+// not fit is counted but not stored: the negated length that reports the cut also tells how much
+// room the whole text wants.
 //
 // One rule for all results: they are positive up to capacity - 2. With one character more the last
 // byte before the NUL is taken, and the result is negative even if all of the text was stored.
@@ -11,7 +11,7 @@
 
 inline constexpr std::uint32_t fsb_magic = 0xBAADBEEF;
 
-// The same four fields in the same order as wms_strbuf, so that one release routine serves both.
+// Laid out as wms_strbuf is: wms_strbuf_free may be given either, and tells them by their tags.
 struct fsb {
     std::uint32_t magic;
     std::int32_t capacity;  // size of the storage in bytes
@@ -33,8 +33,9 @@ int fsb_append(fsb* buf, const char* bytes, std::int32_t n);
 // Empties the buffer.
 void fsb_clear(fsb* buf);
 
-// Sets the length to `offset` (whence 0), length + offset (1) or capacity + offset (2), without a
-// bounds check, and returns it. A negative length stores nothing until it is positive again.
+// Moves the length to `offset` bytes from the start (whence 0), from where it is (1) or from the
+// capacity (2), and returns it; it may then lie outside the storage. -1 for any other whence or a
+// length beyond 32 bits. While the length is negative, appending stores nothing.
 int fsb_seek(fsb* buf, std::int32_t offset, int whence);
 
 // Forgets the storage and zeroes the record.

@@ -8,7 +8,7 @@ struct wms_strbuf;
 
 // Handles one request.
 //   key       the key under which the row was looked up
-//   response  receives one complete CGI response: header lines, blank line, body
+//   response  takes the whole CGI response, header fields included (RFC 3875 section 6)
 //   session   the caller's session; `found` tells whether there is one
 //   db        connection to the database wms; borrowed
 //   input     the parsed request

@@ -19,11 +19,11 @@ char* wuic_get_http_date(char* out, std::int32_t out_size, std::time_t time);
 // not).
 std::time_t wuic_parse_http_date(const char* text);
 
-// The modification time of a file, or -1 when it cannot be examined.
+// When a file was last modified, by stat(2); -1 when that fails.
 std::time_t wuic_get_last_modified_time(const char* path);
 
-// Stores the file's modification time in `mtime`. When the request asks for it only if it was
-// modified since a time that is not earlier, appends the complete 304 response and returns 1: the
-// handler is then done. Otherwise returns 0.
+// For a handler that serves a file: `mtime` receives the time of wuic_get_last_modified_time.
+// Returns 1 after appending a whole 304 response, when If-Modified-Since names that time or a later
+// one; else 0, and the file is to be sent.
 int wuic_handle_if_modified_since(wms_strbuf* response, const cgi* input, const char* path,
                                   std::time_t* mtime);

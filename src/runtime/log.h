@@ -1,4 +1,4 @@
-// The program's own logging and debug trace. Levels are those of syslog(3), 0 to 7; 3 is error.
+// The system log and the debug trace. Levels count as in syslog(3): from 0 to 7, 3 being an error.
 #pragma once
 
 // Levels of one request: read from /tmp/http_log_level at its start.
@@ -20,10 +20,11 @@ void wuic_log_set_level(int level);
 // Appends to the debug trace /tmp/ooo, of mode 0666. A trace that has reached 4 MiB starts anew.
 [[gnu::format(printf, 1, 2)]] void wuic_ooo(const char* format, ...);
 
-// As wuic_ooo with the local time in front, and only while /flash/mon_debug exists (tested once per
-// request).
+// As wuic_ooo with local date and time in front, on a controller that has /flash/mon_debug; looked
+// for once a request.
 [[gnu::format(printf, 1, 2)]] void wuic_ooo_mon_debug(const char* format, ...);
 
-// Applies the line "web N" (N 0 to 7) of /tmp/http_log_level, when the file is root's or ours, to
-// both levels of the current request; anything else there is ignored.
+// Sets both levels of the current request by the last line of /tmp/http_log_level that is exactly
+// "web " and a digit up to 7. Without such a line they stay, and so they do when the file belongs
+// neither to root nor to us.
 void readQorinLogInfo();  // NOLINT(readability-identifier-naming): fixed name

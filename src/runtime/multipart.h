@@ -21,8 +21,8 @@ struct boundary {
     std::size_t length;
 };
 
-// Makes "--" and the text after "boundary=" in `content_type`, to its end. Returns false when there
-// is no such text, or more than boundary_max bytes with the dashes; null is allowed.
+// Prepares a delimiter: "--" and all that `content_type` has behind "boundary=". Returns false when
+// that is nothing, or when the delimiter would exceed boundary_max bytes; null counts as "".
 [[nodiscard]] bool boundary_prepare(boundary* delimiter, const char* content_type);
 
 // The offset of the first delimiter in `text`, or std::string_view::npos.

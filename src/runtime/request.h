@@ -1,6 +1,7 @@
-// The state of one request, made and destroyed with it. Interfaces whose fixed signature has no
-// room for it reach it through request_current(): levels, held locks, facts that are tested once,
-// the login challenge and the cookie buffer. That pointer is the program's only mutable global.
+// The state of one request, which lives as long as that. Functions whose signature is fixed and
+// does not hand it over get at it by request_current(): levels, held locks, facts that are tested
+// once, the login challenge and the cookie buffer. That pointer is the program's only mutable
+// global.
 #pragma once
 
 #include <array>

@@ -46,9 +46,10 @@ int sfmt_fmtf(const sfmt* vars, char* storage, std::int32_t size, const char* pa
 int sfmt_fmtf_ii(const sfmt* vars, char** out, std::int32_t* out_len, const char* path);
 int sfmt_fmtf_iii(const sfmt* vars, wms_strbuf* buf, const char* path);
 
-// Reads a whole regular file into a new NUL-terminated block, which the caller frees. Returns 0, or
-// the errno of the step that failed (EINVAL: not a regular file; EFBIG: above sfmt_file_max; EIO: a
-// read came short), `data` null and `size` 0.
+// Reads all of a regular file. `data` is malloc'ed, with a NUL behind its `size` bytes, and the
+// caller's to free. Returns 0; else an errno value, with `data` null and `size` 0: that of the
+// failed call, or EINVAL for no path or no regular file, EFBIG above sfmt_file_max, EIO when a read
+// came short.
 [[nodiscard]] int sfmt_read_all(char** data, std::int32_t* size, const char* path);
 
 // Frees the list. Null is ignored.

@@ -14,12 +14,12 @@
 struct wms_strbuf;
 
 // Decodes &lt; &gt; &amp; &quot; and decimal references; copies everything else, unknown references
-// included. Of a number the low eight bits are written; one beyond the range of int saturates
-// first. `out` may be `text`, and is then never overrun with `size` = `length`.
+// included. A number is written as its low eight bits, after being held to the largest int. `out`
+// may be `text`, and is then never overrun with `size` = `length`.
 int sgml_tokenizer_unescape(char* out, std::int32_t size, const char* text, std::int32_t length);
 
-// Turns a raw attribute value into plain text: quotes are dropped, a backslash makes the next byte
-// literal, references are decoded everywhere. `out` may be `value`.
+// What an attribute value, as written in the markup, means: quotes are dropped, a backslash makes
+// the next byte literal, references are decoded everywhere. `out` may be `value`.
 int sgml_tokenizer_compact(char* out, std::int32_t size, const char* value, std::int32_t length);
 
 // Copies the text without the bytes of `set` (null: blank, tab, CR, LF) at both ends. When nothing

@@ -8,9 +8,10 @@
 // True for EAGAIN, ETIMEDOUT and EINTR.
 bool tp_socket_no_error(int err);
 
-// Fills an IPv4 address. `which` chooses among a name's addresses: -1 the first, -2 a random one,
-// -3 the last, 0 or more that index (past the end: the last), below -3 the first. Returns 0, or -1
-// for a missing host, a port outside 1 to 65535 or a failed resolution.
+// Fills an IPv4 address from a dotted quad or a name. Where a name has several, `which` takes one
+// by its index from 0, the last for an index too high; -3 is the last too, -2 any at random, and -1
+// or less than -3 the first. Returns 0, or -1 for a missing host, a port outside 1 to 65535 or a
+// failed resolution.
 [[nodiscard]] int tp_socket_mkaddr(sockaddr_in* addr, const char* host, int port, int which);
 
 // Each returns a close-on-exec descriptor that the caller owns, or -1.
@@ -20,8 +21,8 @@ bool tp_socket_no_error(int err);
 [[nodiscard]] int tp_udp_connect(const char* host, int port, bool unconnected);
 [[nodiscard]] int tp_udp_listen(int port);
 
-// One receive or send, with an address when it is not null. Bytes moved; -2 on a transient failure
-// without `retry`; -1 on any other.
+// One recvfrom(2) or sendto(2); the address may be null. A transient failure is waited out with
+// `retry`, and -2 without; any other is -1. Else returns the bytes moved.
 [[nodiscard]] long tp_socket_read(int fd, void* buf, std::size_t len, sockaddr_in* from,
                                   bool retry);
 [[nodiscard]] long tp_socket_write(int fd, const void* buf, std::size_t len, const sockaddr_in* to,

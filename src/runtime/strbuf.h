@@ -1,5 +1,5 @@
-// Growing text buffer: one heap block, NUL-terminated after every append. The whole response is
-// built in one. A view or pointer into `data` dies with the next append.
+// Growing text buffer: one heap block, NUL-terminated after every append. Responses are put
+// together in it. A view or pointer into `data` dies with the next append.
 #pragma once
 
 #include <cstdint>
@@ -9,9 +9,9 @@ inline constexpr std::uint32_t wms_strbuf_magic = 0x900DBEEF;
 
 struct wms_strbuf {
     std::uint32_t magic;    // wms_strbuf_magic: only such a buffer frees its block
-    std::int32_t capacity;  // bytes allocated, a multiple of 1024, or 0 before the first append
+    std::int32_t capacity;  // size of the block in bytes, grown in steps of 1024; 0: none yet
     std::int32_t length;    // bytes in use, the terminating NUL not counted
-    char* data;             // null until the first append
+    char* data;             // null while there is no block
 };
 
 // Makes an empty buffer; allocates nothing. Returns `buf`.
@@ -39,7 +39,7 @@ char* wms_strbuf_clear(wms_strbuf* buf);
 // Frees the block when the tag is wms_strbuf_magic, and zeroes the record. Null is ignored.
 void wms_strbuf_free(wms_strbuf* buf);
 
-// Writes the text as one block to `stream`, or to standard output when it is null.
+// Writes the text to `stream` in a single fwrite(3); null is standard output.
 void wms_strbuf_out(const wms_strbuf* buf, std::FILE* stream);
 
 // A buffer that is freed with its scope.

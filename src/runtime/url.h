@@ -1,7 +1,7 @@
 // URL escaping and unescaping (RFC 3986 section 2.1, and "+" for a blank as HTML forms write it).
 //
-// Results: the length of the whole output; negated when it exceeds `out_size`. A text that fills
-// the buffer exactly is not negative and gets no NUL, so callers that need one pass size - 1. A
+// Results count the whole output: positive up to `out_size`, negated beyond. Exactly `out_size`
+// bytes leave no room for a NUL and get none, so a caller that needs it keeps a byte back. A
 // negative length or size, or an output longer than the result can tell, is -1 with nothing
 // written.
 #pragma once

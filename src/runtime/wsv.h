@@ -1,6 +1,6 @@
-// Vector of fixed-size elements, copied in by value and kept back to back in a growing buffer. A
-// vector of pointers does not own what they point to. Addresses of elements die with the next
-// operation that adds one.
+// Vector of fixed-size elements, copied in by value and kept back to back in a growing buffer.
+// Where the elements are pointers, their targets stay the caller's. Adding an element may move them
+// all; removing one moves those behind it.
 #pragma once
 
 #include <cstdint>
@@ -18,13 +18,13 @@ struct wsv {
 using wsv_compare = int(const void* element, const void* key);
 
 // Makes an empty vector; allocates nothing. Returns `vec`.
-// REQUIRES: elem_size above 0; a vector made with 0 takes no element.
+// REQUIRES: elem_size above 0 (with 0, every addition fails).
 wsv* wsv_new(wsv* vec, std::uint32_t elem_size);
 
-// Appends a copy of elem_size bytes. Returns the stored copy, or null when the growth fails, the
-// vector unchanged. `element` may lie in the vector.
+// Copies one element, which may lie in the vector, to its end. Returns where the copy is; null, the
+// vector unchanged, for a missing argument or when it cannot grow.
 void* wsv_add(wsv* vec, const void* element);
-// Appends an uninitialised element. Returns its index, or -1 when the growth fails.
+// Adds one element of undefined bytes. Returns its index; -1 where wsv_add returns null.
 int wsv_alloc(wsv* vec);
 
 // The number of elements; 0 for null.

@@ -15,8 +15,8 @@
 
 namespace {
 
-// What decoding means, word by word: look for the references in their order of preference, replace
-// the first occurrence of the first one found, and start again.
+// The slow way, which defines the result: as long as the text holds a reference, take the kind that
+// ranks first, and of these the leftmost, and replace it.
 std::string decoded_by_definition(std::string text) {
     constexpr std::pair<std::string_view, const char*> references[] = {
         {"&plus;", "+"}, {"&quot;", "\\\""}, {"&gt;", ">"},  {"&lt;", "<"},

@@ -1,5 +1,5 @@
 // A world of its own for one test program: /tmp, /dev and /flash are empty, and the network is a
-// loopback interface that nobody else uses. So fixed paths and ports need no knobs in the program,
+// loopback interface that nobody else uses. So the program is tested with its real paths and ports,
 // and test programs may run side by side. Only root may make one.
 #pragma once
 
