@@ -31,35 +31,42 @@ void drop_split_reference(char* reason, std::size_t length) {
     if (text.find(';', start) == std::string_view::npos) reason[start] = '\0';
 }
 
-[[gnu::format(printf, 2, 0)]] void format_reason(char (&reason)[reason_size], const char* format,
-                                                 va_list args) {
+// What stands around a reason.
+struct error_document {
+    const char* before;
+    const char* after;
+};
+
+constexpr error_document status_document{
+    .before = "<qorin>\n  <status>Error</status>\n  <reason>",
+    .after = "</reason>\n</qorin>\n",
+};
+constexpr error_document command_document{.before = "<re><ERROR>", .after = "</ERROR></re>\n"};
+
+[[gnu::format(printf, 3, 0)]] void refuse(wms_strbuf* response, const error_document& document,
+                                          const char* format, va_list args) {
+    char reason[reason_size];
     const int n = std::vsnprintf(reason, reason_size, format, args);
     if (n < 0) reason[0] = '\0';
     if (n >= static_cast<int>(reason_size)) drop_split_reference(reason, reason_size - 1);
+    wms_strbuf_clear(response);
+    wms_strbuf_fmt(response, "%s%s%s%s", xml_header, document.before, reason, document.after);
 }
 
 }  // namespace
 
 void wuic_generic_error(wms_strbuf* response, const char* format, ...) {
-    char reason[reason_size];
     va_list args;
     va_start(args, format);
-    format_reason(reason, format, args);
+    refuse(response, status_document, format, args);
     va_end(args);
-    wms_strbuf_clear(response);
-    wms_strbuf_fmt(response,
-                   "%s<qorin>\n  <status>Error</status>\n  <reason>%s</reason>\n</qorin>\n",
-                   xml_header, reason);
 }
 
 void wuic_generic_error_ii(wms_strbuf* response, const char* format, ...) {
-    char reason[reason_size];
     va_list args;
     va_start(args, format);
-    format_reason(reason, format, args);
+    refuse(response, command_document, format, args);
     va_end(args);
-    wms_strbuf_clear(response);
-    wms_strbuf_fmt(response, "%s<re><ERROR>%s</ERROR></re>\n", xml_header, reason);
 }
 
 const char* error_text_escape(char* out, std::size_t out_size, const char* text) {
