@@ -1,18 +1,5 @@
-// Opening the controller's databases: side by side, reported in order, and never with literals that
-// do not read backslashes.
-#include "runtime/database.h"
-
-#include <arpa/inet.h>
-#include <string>
-#include <thread>
-#include <vector>
-
-#include <gtest/gtest.h>
-
-#include "runtime/request.h"
-
-#include "local_socket.h"
-#include "private_world.h"
+// The controller's databases: opened side by side, reported in order, and their literals safe.
+#include "service_support.h"
 
 namespace {
 
@@ -20,8 +7,7 @@ using namespace std::string_literals;
 
 // A message of the PostgreSQL protocol, version 3: type, length, body.
 std::string message(char type, const std::string& body) {
-    const std::uint32_t length = htonl(static_cast<std::uint32_t>(body.size() + 4));
-    return type + std::string(reinterpret_cast<const char*>(&length), 4) + body;
+    return type + wire_word(body.size() + 4) + body;
 }
 
 std::string welcome(const char* setting) {
@@ -30,66 +16,56 @@ std::string welcome(const char* setting) {
 }
 
 const std::string refusal = message('E', "SFATAL\0C28000\0Mno <entry>\0\0"s);
-const std::string set_done = message('C', "SET\0"s) + message('Z', "I");
 
-// Serves as many connections as there are greetings, in the order in which they were opened. Nobody
-// is greeted before all have come, so whoever opens one after the other waits for ever. A query is
-// answered as if it had been obeyed.
+// Greets nobody before all have come, so whoever opens one after the other waits for ever; the
+// first one is greeted last. A query is answered as if it had been obeyed.
 void serve(int listener, const std::vector<std::string>& greetings) {
     std::vector<unique_fd> clients;
     for (std::size_t i = 0; i < greetings.size(); ++i) {
         clients.emplace_back(accept4(listener, nullptr, nullptr, SOCK_CLOEXEC));
     }
-    for (std::size_t i = greetings.size(); i-- > 0;) {  // the first one is known last
+    for (std::size_t i = greetings.size(); i-- > 0;) {
         send(clients[i].get(), greetings[i].data(), greetings[i].size(), MSG_NOSIGNAL);
     }
     for (const unique_fd& client : clients) {  // until it hangs up
         char bytes[4096];
         while (recv(client.get(), bytes, sizeof bytes, 0) > 0) {
-            if (bytes[0] != 'Q') continue;
-            send(client.get(), set_done.data(), set_done.size(), MSG_NOSIGNAL);
+            const std::string done = message('C', "SET\0"s) + message('Z', "I");
+            if (bytes[0] == 'Q') send(client.get(), done.data(), done.size(), MSG_NOSIGNAL);
         }
     }
 }
 
-// The response and the log lines of an attempt that must fail.
-std::string failed_attempt(const std::vector<std::string>& greetings) {
-    const unique_fd listener = bind_local("/tmp/.s.PGSQL.5432", SOCK_STREAM);
-    EXPECT_EQ(listen(listener.get(), 5), 0);
-    std::thread server(serve, listener.get(), greetings);
-    const log_recorder recorder;
-    request_record request;
-    request.levels.web = 7;
-    setenv("PGHOST", "/tmp", 1);
-    controller_databases databases;
-    EXPECT_EQ(databases_open(&databases, &request.response), -1);
-    EXPECT_FALSE(databases.wms || databases.gapdb || databases.cfgmdb || databases.userdb);
-    server.join();  // it ends when all connections are closed
-    std::string seen = request.response.data;
-    for (std::string line = recorder.next(); !line.empty(); line = recorder.next())
-        seen += line;
-    return seen;
-}
-
-void expect_parts(const std::string& text, const std::vector<const char*>& parts) {
-    for (const char* part : parts)
-        EXPECT_NE(text.find(part), std::string::npos) << part << text;
-}
-
-// The third one never answers, which is not waited for.
 TEST(Databases, FirstFailureInOrderIsReported) {
-    const std::string seen = failed_attempt({welcome("off"), refusal, "", refusal});
-    expect_parts(seen, {"<reason>can't connect to db: ", "no &lt;entry&gt;",
-                        "<379>can't connect to GAP db: ",
-                        "<383>main(): PQconnectdb() for GAP database RETURNED:1\n"});
-    EXPECT_EQ(seen.find("USER"), std::string::npos) << seen;
-}
-
-TEST(Databases, ServerThatKeepsItsLiteralsIsRefused) {
-    const std::string reason = "the server does not let standard_conforming_strings be turned off";
-    const std::string seen =
-        failed_attempt({welcome("on"), welcome("off"), refusal, welcome("off")});
-    expect_parts(seen, {reason.c_str(), "<379>can't connect to WMS db: "});
+    struct {
+        std::vector<std::string> greetings;
+        std::vector<const char*> parts;  // of the response and the log
+    } const rows[] = {
+        // The third one never answers, which is not waited for.
+        {{welcome("off"), refusal, "", refusal},
+         {"<reason>can't connect to db: ", "no &lt;entry&gt;", "<379>can't connect to GAP db: ",
+          "<383>main(): PQconnectdb() for GAP database RETURNED:1\n"}},
+        {{welcome("on"), welcome("off"), refusal, welcome("off")},
+         {"the server does not let standard_conforming_strings be turned off",
+          "<379>can't connect to WMS db: "}}};
+    setenv("PGHOST", "/tmp", 1);
+    for (const auto& row : rows) {
+        const unique_fd listener = bind_local("/tmp/.s.PGSQL.5432", SOCK_STREAM);
+        EXPECT_EQ(listen(listener.get(), 5), 0);
+        std::thread server(serve, listener.get(), row.greetings);
+        const log_recorder recorder;
+        request_record request;
+        request.levels.web = 7;
+        controller_databases databases;
+        EXPECT_EQ(databases_open(&databases, &request.response), -1);
+        EXPECT_FALSE(databases.wms || databases.gapdb || databases.cfgmdb || databases.userdb);
+        server.join();  // it ends when all connections are closed
+        std::string seen = text_of(request.response);
+        for (std::string line = recorder.next(); !line.empty(); line = recorder.next())
+            seen += line;
+        for (const char* part : row.parts)
+            EXPECT_NE(seen.find(part), std::string::npos) << part << seen;
+    }
 }
 
 // On a real server with its default settings a backslash before an apostrophe keeps the literal
@@ -101,7 +77,7 @@ TEST(Databases, LiteralsReadBackslashesOnADefaultServer) {
     database_init();
     ASSERT_EQ(databases_open(&databases, &request.response), 0) << request.response.data;
     unsetenv("PGOPTIONS");
-    databases.gapdb = database_connect("dbname=gapdb user=root");
+    databases.gapdb = database_connect(paths::db_gap);
     for (const db_conn* conn : {&databases.wms, &databases.gapdb, &databases.userdb}) {
         ASSERT_TRUE(database_is_open(*conn)) << database_error(conn->get());
         const db_result rows(PQexec(conn->get(), "SELECT 'x\\' OR \\'1\\'=\\'1'"));

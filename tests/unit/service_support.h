@@ -1,0 +1,183 @@
+// What the tests of services share: empty folders at the program's fixed paths, a request's
+// variables and form, and stand-ins for the logger, the CLI helper and the datagram services.
+// REQUIRES: scripts/sandbox.sh, with postgres for the session table; one test program at a time.
+#pragma once
+
+#include <arpa/inet.h>
+#include <cstring>
+#include <fstream>
+#include <sched.h>
+#include <string>
+#include <sys/mount.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <syslog.h>
+#include <thread>
+#include <unistd.h>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "platform/paths.h"
+#include "platform/system_log.h"
+
+#include "runtime/database.h"
+#include "runtime/request.h"
+#include "runtime/socket.h"
+
+#include "auth/session_store.h"
+
+// Mounted before the first test, seen by this program only and gone with it.
+struct empty_folders : testing::Environment {
+    void SetUp() override {
+        ASSERT_NE(getenv("SANDBOX_CHECKOUT"), nullptr) << "this only runs in scripts/sandbox.sh";
+        ASSERT_EQ(unshare(CLONE_NEWNS), 0) << std::strerror(errno);
+        ASSERT_EQ(mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr), 0);
+        for (const char* folder : {"/tmp", "/dev", "/flash"}) {
+            ASSERT_EQ(mount("none", folder, "tmpfs", 0, "mode=1777"), 0) << folder;
+        }
+        ASSERT_EQ(mkdir("/flash/config", 0755), 0);
+    }
+};
+inline testing::Environment* const the_empty_folders =
+    testing::AddGlobalTestEnvironment(new empty_folders);
+
+inline std::string content(const char* path) {
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+inline std::string text_of(const wms_strbuf& buffer) {
+    return {buffer.data, static_cast<std::size_t>(buffer.length)};
+}
+
+// `text` with NULs behind it up to `size`, as the fields of a block are.
+inline std::string padded(std::string text, std::size_t size) {
+    text.resize(size);
+    return text;
+}
+
+inline void set_variables(request_record* request,
+                          const std::vector<std::pair<const char*, const char*>>& variables) {
+    for (const auto& [name, value] : variables) {
+        EXPECT_EQ(cgi_set_var(&request->input, name, value), 0);
+    }
+}
+
+inline unique_fd bind_local(const char* path, int type) {
+    unique_fd fd(socket(AF_UNIX, type | SOCK_CLOEXEC, 0));
+    sockaddr_un addr = {};
+    addr.sun_family = AF_UNIX;
+    std::strncpy(addr.sun_path, path, sizeof addr.sun_path - 1);
+    unlink(path);
+    EXPECT_EQ(bind(fd.get(), reinterpret_cast<const sockaddr*>(&addr), sizeof addr), 0);
+    return fd;
+}
+
+struct log_recorder {
+    unique_fd fd = bind_local("/dev/log", SOCK_DGRAM | SOCK_NONBLOCK);
+    log_recorder() {
+        closelog();
+        system_log_open("httpd");
+    }
+    // The next line as "<priority>text", without what the logger put between; empty if none.
+    std::string next() const {
+        char line[8192];
+        const ssize_t got = recv(fd.get(), line, sizeof line, 0);
+        if (got <= 0) return "";
+        const std::string_view whole(line, static_cast<std::size_t>(got));
+        return std::string(whole.substr(0, whole.find('>') + 1)) +
+               std::string(whole.substr(whole.find("]: ") + 3));
+    }
+};
+
+inline std::string wire_word(std::size_t value) {
+    const std::uint32_t word = htonl(static_cast<std::uint32_t>(value));
+    return {reinterpret_cast<const char*>(&word), sizeof word};
+}
+
+inline std::string wire_reply(const std::string& output, const std::string& message) {
+    return wire_word(7) + wire_word(output.size()) + output + wire_word(message.size()) + message;
+}
+
+// Takes one request and answers it byte by byte.
+struct fake_helper {
+    unique_fd listener = bind_local(paths::cli_helper_socket, SOCK_STREAM);
+    std::vector<std::string> fields;
+    std::jthread worker;
+
+    explicit fake_helper(const std::string& reply) {
+        EXPECT_EQ(listen(listener.get(), 1), 0);
+        worker = std::jthread([this, reply] {
+            const unique_fd peer(accept4(listener.get(), nullptr, nullptr, SOCK_CLOEXEC));
+            std::uint32_t length = 0;
+            while (fields.size() < 4 && recv(peer.get(), &length, 4, MSG_WAITALL) == 4) {
+                std::string& field = fields.emplace_back(ntohl(length), '\0');
+                static_cast<void>(recv(peer.get(), field.data(), field.size(), MSG_WAITALL));
+            }
+            for (const char byte : reply)
+                send(peer.get(), &byte, 1, MSG_NOSIGNAL);
+        });
+    }
+    ~fake_helper() { asked(); }
+    // The request's fields; none when nobody came.
+    const std::vector<std::string>& asked() {
+        shutdown(listener.get(), SHUT_RDWR);
+        if (worker.joinable()) worker.join();
+        return fields;
+    }
+};
+
+// Takes one datagram. A stranger answers it first, and then, unless it is silent, the service.
+struct fake_service {
+    unique_fd fd;
+    std::string received;
+    std::jthread worker;
+
+    fake_service(int port, const std::string& forged, const std::string& reply, bool silent = false)
+        : fd(tp_udp_listen(port)) {
+        worker = std::jthread([this, forged, reply, silent] {
+            sockaddr_in from = {};
+            char query[2048];
+            const long got = tp_socket_read(fd.get(), query, sizeof query, &from, true);
+            received.assign(query, static_cast<std::size_t>(got));
+            const unique_fd stranger(tp_udp_connect(nullptr, 0, true));
+            const auto* const to = reinterpret_cast<const sockaddr*>(&from);
+            sendto(stranger.get(), forged.data(), forged.size(), 0, to, sizeof from);
+            if (!silent) sendto(fd.get(), reply.data(), reply.size(), 0, to, sizeof from);
+        });
+    }
+    const std::string& asked() {
+        if (worker.joinable()) worker.join();
+        return received;
+    }
+};
+
+// The session table, empty.
+struct sessions : testing::Test {
+    request_record request;
+    db_conn db;
+    std::string sid;  // of the session that was created last
+
+    void SetUp() override {
+        database_init();
+        db = database_connect(paths::db_wms);
+        ASSERT_TRUE(database_is_open(db)) << database_error(db.get());
+        sql("DELETE FROM http_session");
+    }
+    // Runs statements of the test's own; the first value of the last result.
+    std::string sql(const std::string& statements) const {
+        const db_result result{PQexec(db.get(), statements.c_str())};
+        return PQntuples(result.get()) > 0 ? PQgetvalue(result.get(), 0, 0) : "";
+    }
+    int create(const std::string& ip, const std::string& user, const std::string& role,
+               const std::string& path = "/", bool rac = false) {
+        scoped_strbuf scratch;
+        char made[session_sid_size];
+        const int result = wuic_session_create(db.get(), scratch, made, ip.c_str(), user.c_str(),
+                                               role.c_str(), rac, path.c_str());
+        sid = made;
+        return result;
+    }
+};
