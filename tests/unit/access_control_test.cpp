@@ -1,5 +1,4 @@
-// Who may use a row: by role, without a session, and by the anti-forgery token. The access rule is
-// stated here a second time, on purpose.
+// Who may use a row, by role and token. The access rule is stated a second time, on purpose.
 #include "auth/permission.h"
 
 #include "dispatch/token.h"

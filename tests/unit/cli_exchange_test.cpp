@@ -48,7 +48,7 @@ TEST(CliExchange, ManagementPasswordsNeverLeaveInClear) {
     const malloc_text hex(str_encrypt("s3cret"));
     const std::string head = "branch-config-group \"g\" $ mgmt-user bob root ";
     const std::string rows[][2] = {
-        // An empty second text: refused.
+        // an empty second text: refused
         {head + " s3cret and more", head + hex.get()},
         {"branch-config-group g mgmt-user bob root s3cret", ""},
         // The sixth space does not stand before the password: part of it would be sent.

@@ -37,9 +37,7 @@ TEST(CommandText, DecodingAgreesWithItsDefinition) {
 }
 
 TEST(CommandText, MessagesGoBeforeRepliesAndAreEscaped) {
-    const std::string rows[][2] = {{"", "<re/>"},
-                                   {"a <b>", "<re><ERROR>a &lt;b&gt;</ERROR></re>"},
-                                   {"<ERROR>no</ERROR>", "<ERROR>no</ERROR>"}};
+    const std::string rows[][2] = {{"", "<re/>"}, {"a <b>", "<re><ERROR>a &lt;b&gt;</ERROR></re>"}};
     for (const auto& [message, body] : rows) {
         scoped_strbuf response;
         EXPECT_EQ(command_append_reply(response, "<re/>", 5, message.c_str()), 0);

@@ -16,8 +16,7 @@ TEST(Dispatch, FindsARowByWholeKeyThenByLastElement) {
         {"/v1/api/login", "/v1/api/login"},
         {"/else/login", "login"},
         {"/deep/v1/configuration/login", "/v1/configuration"},
-        {"/screens/cmnutil/", ""},
-        {"LOGIN", ""}};
+        {"/screens/cmnutil/", ""}};
     for (const auto& [key, name] : cases) {
         const dispatch_row* const row = dispatch_find(key);
         EXPECT_EQ(row != nullptr ? row->name : "", name) << key;

@@ -1,4 +1,5 @@
 // Logging in over the JSON API, from what the helper is asked to the session; and its cookies.
+#include "auth/connection_info.h"
 #include "auth/cookie.h"
 #include "auth/json_login.h"
 
@@ -28,6 +29,7 @@ TEST_F(login, the_reply_of_the_helper_decides) {
     } const table[] = {{"path=%2Fscreens&x=1&role=root", 1, "root/screens"},
                        {"role=" + r63 + "&path=" + p1024, 1, r63 + p1024},
                        {"role=r&path=p" + p1024, 0, ""},
+                       {"role=&path=/", 0, ""},
                        {"role=root%2500x", 0, ""},
                        {"role=r&statelen=3&state=" + p1024.substr(0, 256), 0, ""},
                        {"statelen=3&state=a%2Bb&reply_message=PIN+please", 2, ""}};
@@ -92,12 +94,20 @@ TEST(cookies, are_found_by_text_and_end_at_the_semicolon) {
     EXPECT_STREQ(cp_get_cookie("xsid=x%41+y; b=2", "sid", false), "x%41+y");
     EXPECT_STREQ(cp_get_cookie("xsid=x%41+y; b=2", "sid", true), "xA y");
     EXPECT_STREQ(cp_get_cookie("sid; sidsid=3", "sid", false), "3");
-    for (const bool unescape : {false, true}) {
-        EXPECT_EQ(cp_get_cookie(("sid=" + c5000).c_str(), "sid", unescape), c5000.substr(0, 4095));
-    }
+    EXPECT_EQ(cp_get_cookie(("sid=" + c5000).c_str(), "sid", true), c5000.substr(0, 4095));
     // An escape that the ";" cuts short takes nothing of the next cookie.
     EXPECT_EQ(std::strchr(cp_get_cookie("sid=a%;41", "sid", true), '4'), nullptr);
     EXPECT_EQ(cp_get_cookie("sid; sod=1; si=d", "sid", false), nullptr);
+}
+
+TEST(connection_info, is_bounded_and_https_means_anything_but_on) {
+    request_record request;
+    connection_info got;
+    for (const auto& [https, flag] : {std::pair{"on", "0"}, {"", "1"}}) {
+        set_variables(&request, {{"HTTPS", https}, {"REMOTE_ADDR", std::string(40, '1').c_str()}});
+        wuic_get_connection_info(&request.input, &got);
+        EXPECT_EQ(got.remote_addr + std::to_string(got.https_flag), std::string(31, '1') + flag);
+    }
 }
 
 }  // namespace

