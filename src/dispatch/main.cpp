@@ -1,7 +1,6 @@
 // Entry of wms.cgi: one request per process, from the CGI environment to one block of output.
 #include <csignal>
 #include <cstdio>
-#include <cstring>
 #include <iterator>
 #include <string>
 #include <unistd.h>
@@ -69,11 +68,6 @@ void refuse_parse(wms_strbuf* response, int result) {
     controller_log(3, "Invalid argument: Unknown error (%d).", result);
 }
 
-bool is_post(const cgi* input) {
-    const char* method = cgi_get_var(input, "REQUEST_METHOD");
-    return method != nullptr && std::strcmp(method, "POST") == 0;
-}
-
 void retrieve_session(request_record& request, PGconn* db) {
     // Whether there is a session is in the record; what a caller without one may do is decided by
     // the dispatcher.
@@ -82,7 +76,7 @@ void retrieve_session(request_record& request, PGconn* db) {
 
 void serve_request(request_record& request, PGconn* db, const char* argument0) {
     cgi* input = &request.input;
-    const bool spooled = is_post(input) && cgi_is_spooled_upload(input);
+    const bool spooled = cgi_is_spooled_upload(input);
     if (spooled) {
         retrieve_session(request, db);
         if (!may_spool_upload(&request.response, &request.session, input)) {
