@@ -70,7 +70,7 @@ TEST(Dispatch, LetsOnlyTheRolesOfAllNamedPagesSpoolAnUpload) {
         request_record request;
         set_variables(&request, {{"REQUEST_URI", row.uri}});
         request.session.found = row.found;
-        std::strcpy(request.session.role, row.role);
+        std::snprintf(request.session.role, sizeof request.session.role, "%s", row.role);
         const bool allowed = may_spool_upload(&request.response, &request.session, &request.input);
         EXPECT_EQ(allowed, row.allowed) << row.uri << row.role;
     }
