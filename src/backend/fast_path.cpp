@@ -27,7 +27,6 @@ constexpr std::size_t command_size = 1024;
 constexpr std::size_t datagram_size = 1169;
 constexpr std::size_t reply_size = 4095;
 constexpr long reply_seconds = 1200;
-constexpr int log_error = 3;
 
 static_assert(role_offset == user_offset + user_size);
 static_assert(command_offset + command_size == datagram_size);

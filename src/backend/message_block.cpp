@@ -16,7 +16,6 @@
 namespace {
 
 constexpr std::int64_t reply_milliseconds = 5000;
-constexpr int log_error = 3;
 
 std::int64_t now_milliseconds() {
     timespec now = {};

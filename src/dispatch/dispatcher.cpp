@@ -70,7 +70,7 @@ void refuse_unknown(wms_strbuf* response, const char* key) {
     char escaped[512];
     wuic_sgmlesc(escaped, sizeof escaped, key, static_cast<std::int32_t>(std::strlen(key)));
     wuic_generic_error(response, "unknown opcode: %s", escaped);
-    controller_log(3, "unknown opcode %s.", key);
+    controller_log(log_error, "unknown opcode %s.", key);
 }
 
 bool may_use(const session_record* session, const dispatch_row& row) {
@@ -97,8 +97,8 @@ bool token_holds(const dispatch_call& call, const dispatch_row& row) {
     } else {
         wuic_generic_error(call.response, "SID Validation failed");
     }
-    wuic_log(3, "SID Validation failed %s URI:%s", method, call.program_name);
-    controller_log(3, "SID Validation failed %s.", call.key);
+    wuic_log(log_error, "SID Validation failed %s URI:%s", method, call.program_name);
+    controller_log(log_error, "SID Validation failed %s.", call.key);
     return false;
 }
 

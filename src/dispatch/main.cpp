@@ -61,11 +61,11 @@ void refuse_parse(wms_strbuf* response, int result) {
     for (const parse_failure& failure : parse_failures) {
         if (failure.result != result) continue;
         wuic_generic_error(response, "%s", failure.reason);
-        controller_log(3, "%s", failure.log_line);
+        controller_log(log_error, "%s", failure.log_line);
         return;
     }
     wuic_generic_error(response, "Unknown error.");
-    controller_log(3, "Invalid argument: Unknown error (%d).", result);
+    controller_log(log_error, "Invalid argument: Unknown error (%d).", result);
 }
 
 void retrieve_session(request_record& request, PGconn* db) {

@@ -6,5 +6,5 @@
 
 void refuse_permission(wms_strbuf* response, const char* key) {
     wuic_generic_error(response, "no permission to execute opcode/program.");
-    controller_log(3, "no permission to execute opcode/program %s.", text_or_null(key));
+    controller_log(log_error, "no permission to execute opcode/program %s.", text_or_null(key));
 }

@@ -34,12 +34,12 @@ int open_semaphore() {
         semaphore_argument one{};
         one.val = 1;
         if (::semctl(semaphore, 0, SETVAL, one) == 0) return semaphore;
-        controller_log(3, "Unable to initialize semaphore for httpd timings.");
+        controller_log(log_error, "Unable to initialize semaphore for httpd timings.");
         return -1;
     }
     if (errno == EEXIST) semaphore = ::semget(semaphore_key, 1, 0600);
     if (semaphore < 0) {
-        controller_log(3, "Unable to create semaphore for httpd timings. errno=%d", errno);
+        controller_log(log_error, "Unable to create semaphore for httpd timings. errno=%d", errno);
     }
     return semaphore;
 }
@@ -60,7 +60,8 @@ void append_line(const char* program_name, const char* key, std::time_t seconds)
     const unique_fd fd = safe_open_for_writing(paths::httpd_timing, O_WRONLY | O_APPEND, 0666);
     if (!fd) {
         if (errno == EACCES) {
-            controller_log(3, "Unable to write to file %s. Please change file permission to 0666.",
+            controller_log(log_error,
+                           "Unable to write to file %s. Please change file permission to 0666.",
                            paths::httpd_timing);
         }
         return;
@@ -92,11 +93,11 @@ void slow_request_log_add(const char* program_name, const char* key, std::time_t
     if (seconds < slow_request_seconds) return;
     const int semaphore = request_current().timing_semaphore;
     if (change_semaphore(semaphore, -1) != 0) {
-        controller_log(3, "Unable to take semaphore lock %d errno=%d.", semaphore, errno);
+        controller_log(log_error, "Unable to take semaphore lock %d errno=%d.", semaphore, errno);
         return;
     }
     append_line(text_or_null(program_name), text_or_null(key), seconds);
     if (change_semaphore(semaphore, 1) != 0) {
-        controller_log(3, "Unable to return semaphore lock.");
+        controller_log(log_error, "Unable to return semaphore lock.");
     }
 }

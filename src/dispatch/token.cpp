@@ -42,7 +42,7 @@ log_facts facts_of(const char* key, const cgi* input) {
 
 token_result check_api(const log_facts& facts, const char* session_id, const cgi* input) {
     if (verifySidInRequest(cgi_get_var(input, "REQUEST_URI"), session_id)) return token_accepted;
-    wuic_log(3, "SID validation failed for API opcode:%s, query2:%s, sid:%s", facts.key,
+    wuic_log(log_error, "SID validation failed for API opcode:%s, query2:%s, sid:%s", facts.key,
              facts.query2, session_id);
     return token_refused_api;
 }
@@ -50,13 +50,13 @@ token_result check_api(const log_facts& facts, const char* session_id, const cgi
 token_result check_field(const log_facts& facts, const char* session_id, const cgi* input) {
     const char* given = cgi_named_value(input, token_field);
     if (is_empty(given)) {
-        wuic_log(3,
+        wuic_log(log_error,
                  "SID validation failed  UIDQORIN pair not found opcode:%s, query1:%s, query2:%s",
                  facts.key, facts.query1, facts.query2);
         return token_refused;
     }
     if (std::strcmp(given, session_id) != 0) {
-        wuic_log(3,
+        wuic_log(log_error,
                  "SID validation failed UIDQORIN do not match opcode:%s, query1:%s, sid:%s, "
                  "query2:%s",
                  facts.key, facts.query1, session_id, facts.query2);
@@ -69,13 +69,13 @@ token_result strip_raw_query(const log_facts& facts, const char* session_id, con
     char* raw = cgi_query_string(input);
     if (is_empty(raw)) {
         if (!method_is_get(input)) return token_accepted;
-        wuic_log(3, "SID validation failed query2 is NULL  opcode:%s, query1:%s, query2:%s",
+        wuic_log(log_error, "SID validation failed query2 is NULL  opcode:%s, query1:%s, query2:%s",
                  facts.key, facts.query1, facts.query2);
         return token_refused;
     }
     if (stripSidInArg(raw, session_id) || !method_is_get(input)) return token_accepted;
-    wuic_log(3, "SID validation failed for striping Sid opcode:%s, query2:%s, sid:%s", facts.key,
-             facts.query2, session_id);
+    wuic_log(log_error, "SID validation failed for striping Sid opcode:%s, query2:%s, sid:%s",
+             facts.key, facts.query2, session_id);
     return token_refused;
 }
 
@@ -85,8 +85,8 @@ token_result wuic_validate_sid(const char* key, const wms_strbuf*, const char* s
                                const pg_conn*, const cgi* input) {
     const log_facts facts = facts_of(key, input);
     if (is_empty(session_id)) {
-        wuic_log(7, " Session not set yet opcode:%s, query1:%s, query2:%s", facts.key, facts.query1,
-                 facts.query2);
+        wuic_log(log_debug, " Session not set yet opcode:%s, query1:%s, query2:%s", facts.key,
+                 facts.query1, facts.query2);
         return token_accepted;
     }
     if (std::strstr(facts.key, "/v1/configuration") != nullptr) {

@@ -20,7 +20,6 @@
 namespace {
 
 constexpr char multipart_type[] = "multipart/form-data; boundary=";
-constexpr int log_error = 3;
 
 // A terminated copy of counted bytes.
 malloc_text copy_bytes(const char* bytes, std::size_t length) {

@@ -13,8 +13,6 @@
 
 namespace {
 
-constexpr int log_error = 3;
-constexpr int log_debug = 7;
 constexpr std::size_t reason_size = 1024;
 constexpr char literals_setting[] = "standard_conforming_strings";
 constexpr char set_options[] =

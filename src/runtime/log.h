@@ -1,6 +1,10 @@
 // The system log and the debug trace. Levels count as in syslog(3): from 0 to 7, 3 being an error.
 #pragma once
 
+// The levels that this program logs at.
+inline constexpr int log_error = 3;
+inline constexpr int log_debug = 7;
+
 // Levels of one request: read from /tmp/http_log_level at its start.
 struct log_levels {
     int web = 3;   // the web module's level, for the controller's log

@@ -20,7 +20,6 @@
 
 namespace {
 
-constexpr int log_error = 3;
 constexpr std::int64_t mib = 1048576;
 // Beyond this nothing can be stored anyway, and twice as much still fits into 64 bits.
 constexpr std::int64_t length_max = std::int64_t{1} << 60;

@@ -20,7 +20,6 @@ namespace {
 
 using namespace std::string_view_literals;
 
-constexpr int log_error = 3;
 constexpr auto none = std::string_view::npos;
 constexpr std::string_view line_end = "\r\n"sv;
 constexpr std::size_t heading_window = 196;  // a part's heading must end within so many bytes
