@@ -12,7 +12,7 @@ enum class token_rule : std::uint32_t { never = 0, always = 1, post_only = 2, ge
 
 struct dispatch_row {
     std::string_view name;     // a whole request path, or a bare last path element
-    std::uint32_t mask;        // roles that may use it (auth/permission.h)
+    std::uint32_t mask;        // roles that may use it (backend/permission.h)
     request_handler* handler;  // never null
     std::uint32_t flag = 0;    // 0: the key counts as registered
     token_rule token = token_rule::never;

@@ -17,7 +17,7 @@
 #include "runtime/strbuf.h"
 #include "runtime/text.h"
 
-#include "auth/permission.h"
+#include "backend/permission.h"
 
 #include "dispatch/dispatch_table.h"
 #include "dispatch/refusals.h"

@@ -1,5 +1,5 @@
 // Who may use a row, by role and token. The access rule is stated a second time, on purpose.
-#include "auth/permission.h"
+#include "backend/permission.h"
 
 #include "dispatch/token.h"
 

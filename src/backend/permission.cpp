@@ -1,4 +1,4 @@
-#include "auth/permission.h"
+#include "backend/permission.h"
 
 #include <algorithm>
 #include <array>
