@@ -1,6 +1,8 @@
 #include "runtime/bounded_writer.h"
 
 #include <algorithm>
+#include <cstdarg>
+#include <cstdio>
 #include <cstring>
 
 namespace {
@@ -24,6 +26,15 @@ void bounded_writer_append(bounded_writer* to, std::string_view bytes) {
     const std::size_t stored = std::min(bytes.size(), room(to));
     if (stored > 0) std::memmove(to->out + to->used, bytes.data(), stored);
     to->used += bytes.size();
+}
+
+void bounded_writer_fmt(bounded_writer* to, const char* format, ...) {
+    va_list args;
+    va_start(args, format);
+    const std::size_t left = room(to);
+    const int length = std::vsnprintf(left > 0 ? to->out + to->used : nullptr, left, format, args);
+    va_end(args);
+    if (length > 0) to->used += static_cast<std::size_t>(length);
 }
 
 void bounded_writer_append_whole(bounded_writer* to, std::string_view piece) {

@@ -1,5 +1,6 @@
 // The writer beneath all text conversions: stores what fits into the caller's buffer and counts
-// everything, so that a call with size 0 measures. It never writes a terminating NUL.
+// everything, so that a call with size 0 measures. It writes no terminating NUL, formatted text
+// excepted.
 #pragma once
 
 #include <cstddef>
@@ -21,6 +22,10 @@ bounded_writer bounded_writer_text(char* out, std::int32_t out_size);
 
 // Appends bytes, cutting them where the room ends. They may overlap `out` from behind its end.
 void bounded_writer_append(bounded_writer* to, std::string_view bytes);
+
+// Appends formatted text. What is stored ends in a NUL, which does not count and which the next
+// append overwrites.
+[[gnu::format(printf, 2, 3)]] void bounded_writer_fmt(bounded_writer* to, const char* format, ...);
 
 // Appends a piece that is stored whole or not at all; where it is not, the rest of the buffer is
 // zeroed and nothing more is stored.

@@ -5,6 +5,7 @@
 #include <cstring>
 #include <string_view>
 
+#include "runtime/quote_scan.h"
 #include "runtime/strbuf.h"
 #include "runtime/text.h"
 
@@ -182,6 +183,19 @@ string_view view(const char* text, std::int32_t length) {
     return length > 0 ? string_view{text, static_cast<std::size_t>(length)} : string_view{};
 }
 
+constexpr char lower(char c) {
+    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+}
+
+int as_signed(char c) {
+    return static_cast<signed char>(c);
+}
+
+// The sign of the difference in length, where one text begins with the other.
+int compare_lengths(string_view a, string_view b) {
+    return static_cast<int>(a.size() > b.size()) - static_cast<int>(a.size() < b.size());
+}
+
 void append(wms_strbuf* buf, string_view text) {
     if (text.size() > INT32_MAX) return;
     wms_strbuf_append(buf, text.data(), static_cast<std::int32_t>(text.size()));
@@ -200,6 +214,40 @@ void append_value(wms_strbuf* buf, string_view value, bool escape) {
 const escape_table& sgml_escape_table(bool newline, bool control) {
     if (newline) return control ? encoded_lines_no_control : encoded_lines;
     return control ? kept_lines_no_control : kept_lines;
+}
+
+int st_strcmp(const char* a, std::int32_t a_length, const char* b, std::int32_t b_length) {
+    const string_view left = view(a, a_length);
+    const string_view right = view(b, b_length);
+    const auto [l, r] = std::ranges::mismatch(left, right);
+    if (l != left.end() && r != right.end()) return as_signed(*l) - as_signed(*r);
+    return compare_lengths(left, right);
+}
+
+int st_strcmpi(const char* a, std::int32_t a_length, const char* b, std::int32_t b_length) {
+    const string_view left = view(a, a_length);
+    const string_view right = view(b, b_length);
+    const auto [l, r] = std::ranges::mismatch(left, right, {}, lower, lower);
+    if (l != left.end() && r != right.end()) return as_signed(lower(*l)) - as_signed(lower(*r));
+    return compare_lengths(left, right);
+}
+
+std::int32_t st_strsearch(const char* haystack, std::int32_t haystack_length, const char* needle,
+                          std::int32_t needle_length, bool quote_aware) {
+    const string_view hay = view(haystack, haystack_length);
+    const string_view wanted = view(needle, needle_length);
+    if (!quote_aware) {
+        const std::size_t at = hay.find(wanted);
+        return at == string_view::npos ? -1 : static_cast<std::int32_t>(at);
+    }
+    quote_scan quotes;
+    for (std::size_t at = 0; at + wanted.size() <= hay.size(); ++at) {
+        if (quotes.is_plain() && hay.substr(at, wanted.size()) == wanted) {
+            return static_cast<std::int32_t>(at);
+        }
+        quotes.step(hay[at]);
+    }
+    return -1;
 }
 
 int sgml_tokenizer_unescape(char* out, std::int32_t size, const char* text, std::int32_t length) {

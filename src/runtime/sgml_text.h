@@ -1,5 +1,5 @@
-// Conversions between plain text and markup (XML 1.0 sections 2.4 and 4.1, leniently read). They
-// work on counted bytes and need no tokenizer.
+// Conversions between plain text and markup (XML 1.0 sections 2.4 and 4.1, leniently read), and
+// comparisons and searches on counted bytes. They need no tokenizer.
 //
 // Results of the four conversions: the bytes produced when they are fewer than `size`, else their
 // negated number, so that a call with size 0 measures. No NUL is added. A negative length, a
@@ -12,6 +12,16 @@
 #include "runtime/escape_table.h"
 
 struct wms_strbuf;
+
+// Compare counted bytes, as signed characters, st_strcmpi in any case of (ASCII) letters. Return
+// the first difference; 1 or -1 when one is the beginning of the other; 0 when they are equal.
+int st_strcmp(const char* a, std::int32_t a_length, const char* b, std::int32_t b_length);
+int st_strcmpi(const char* a, std::int32_t a_length, const char* b, std::int32_t b_length);
+
+// The offset of the first `needle`, or -1. With `quote_aware` it does not begin between quotes or
+// behind a backslash.
+std::int32_t st_strsearch(const char* haystack, std::int32_t haystack_length, const char* needle,
+                          std::int32_t needle_length, bool quote_aware);
 
 // Decodes &lt; &gt; &amp; &quot; and decimal references; copies everything else, unknown references
 // included. A number is written as its low eight bits, after being held to the largest int. `out`
