@@ -1,6 +1,9 @@
 #!/bin/bash
-# Inside the sandbox of run.sh: says how to reach what runs, and stays until the sandbox ends.
+# Inside the sandbox of run.sh: puts some events into the database, says how to reach what runs, and
+# stays until the sandbox ends.
 set -euo pipefail
+
+psql -Xq -v ON_ERROR_STOP=1 -f sim/events.sql wms
 
 cat <<TEXT
 
@@ -16,6 +19,10 @@ Try, in another shell:
 
   # Run a command on the controller.
   curl -sk -b "SESSION=\$TOKEN" "$WMS_URL/screens/cmnutil/execCommandReturnResult.xml?show%20clock&UIDQORIN=\$TOKEN"
+
+  # Fill the dashboard; ask for the roles and their policies.
+  curl -sk -b "SESSION=\$TOKEN" "$WMS_URL/monitor-summary-data"
+  curl -sk -b "SESSION=\$TOKEN" "$WMS_URL/screens/cmnutil/getRolePolicy.xml"
 
   # Log out.
   curl -sk -b "SESSION=\$TOKEN" "$WMS_URL/v1/api/logout?UIDQORIN=\$TOKEN"

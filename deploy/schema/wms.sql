@@ -1,4 +1,5 @@
--- Database "wms": the management sessions, shared with the controller's other services.
+-- Database "wms": the management sessions and the events of the wireless monitor, shared with the
+-- controller's other services.
 
 -- Rows are inserted without naming the columns: their order is part of the interface.
 CREATE TABLE http_session (
@@ -17,3 +18,16 @@ CREATE TABLE http_session (
 -- until that is deleted, and an insertion that fails would lock the user out.
 CREATE INDEX http_session_sid ON http_session (sid);
 CREATE INDEX http_session_modified_time ON http_session (modified_time);
+
+-- The wireless monitor writes it; the dashboard counts by type and age.
+CREATE TABLE event_table (
+    id            bigserial PRIMARY KEY,
+    event_type    integer NOT NULL,
+    severity      integer NOT NULL DEFAULT 0,
+    source_mac    text NOT NULL DEFAULT '',
+    description   text NOT NULL DEFAULT '',
+    modified_time timestamptz NOT NULL     -- when the event was last seen
+);
+
+-- Both columns that the count reads, so that it need not read the table.
+CREATE INDEX event_table_type_time ON event_table (event_type, modified_time);

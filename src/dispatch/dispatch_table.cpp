@@ -8,6 +8,8 @@
 
 #include "auth/json_login.h"
 
+#include "monitor/monitor_handlers.h"
+
 #include "dispatch/generic_wrapper.h"
 #include "dispatch/not_implemented.h"
 

@@ -27,6 +27,10 @@ inline constexpr char reboot_history[] = "/flash/config/reboot-history";
 inline constexpr char spool_flash[] = "/flash/config/post.data";
 inline constexpr char spool_ramdisk[] = "/tmp/post.data";
 inline constexpr char os_image[] = "/flash/config/os_image";
+inline constexpr char custom_reports[] = "/flash/upload/custom-reports.xml";
+inline constexpr char integrity_check_result[] = "/tmp/integrity_check_result";
+inline constexpr char tpm_cert_mark[] = "/tmp/tpmCertPresent";
+inline constexpr char capture_template[] = "/tmp/%s-XXXXXX";  // of mkstemp(3), after formatting
 
 // Switches and traces.
 inline constexpr char http_log_level[] = "/tmp/http_log_level";
@@ -45,6 +49,8 @@ inline constexpr char lock_tar_logs[] = "/tmp/tar_logs";
 inline constexpr char module_status[] = "/vantor/bin/moduleStatus";
 inline constexpr char software_version[] = "/vantor/bin/softwareVersion";
 inline constexpr char show_version[] = "/vantor/bin/showVersion";
+inline constexpr char own_version_command[] = "/vantor/webui/wms/wms.cgi wuic softwareVersion";
+inline constexpr char shell[] = "/bin/sh";
 inline constexpr char template_folder[] = "/vantor/webui/sfmt/";
 
 // The kernel's services.

@@ -6,6 +6,7 @@
 
 #include <array>
 #include <cstdint>
+#include <ctime>
 
 #include "runtime/cgi.h"
 #include "runtime/log.h"
@@ -25,12 +26,20 @@ struct auth_challenge {
 // A fact that is tested once per request and remembered.
 enum class remembered : std::uint8_t { unknown, no, yes };
 
+// The table of custom reports as it was made last; empty: not yet. Nothing guards it, because one
+// thread serves a request.
+struct custom_reports_cache {
+    scoped_strbuf text;
+    std::time_t file_modified = -1;  // of the file that it was made of; -1: there was none
+};
+
 struct request_record {
     cgi input{};
     wms_strbuf response{};
     session_record session{};
     log_levels levels;
     auth_challenge challenge;
+    custom_reports_cache custom_reports;
     std::array<int, lock_kind_count> lock_fds{-1, -1, -1, -1, -1};  // by lock kind; -1: not held
     char cookie_buffer[cookie_buffer_size] = {};
     remembered mon_debug = remembered::unknown;
