@@ -102,6 +102,6 @@ def run(answers, request):
     handler = REQUESTS.get(command[len("wuic:"):])
     if handler:
         return handler(answers, request, query)
-    output, message = answers.run({**request, "command": command},
+    output, message = answers.run({**request, "command": command, "rest": query},
                                   answers.role_of(request["user"]))
     return output, UNKNOWN if message == answers.INVALID else message
