@@ -7,6 +7,7 @@ they were given; an exchange that no plan matches is answered normally. The keys
   times           how many exchanges it serves (default 1)
   match           only exchanges whose command contains this text
   output, message replace the texts of the answer
+  generate        replaces the output by one that is made here: {"kind": ..., "count": ...}, see hostile.py
   status          the status word of a helper reply
   output_length, message_length   any 32-bit number, sent in place of the true length
   raw             hexadecimal bytes, sent in place of the whole answer
@@ -22,10 +23,13 @@ they were given; an exchange that no plan matches is answered normally. The keys
 import threading
 import time
 
+import hostile
+import wire
+
 KEYS = {
     "channel", "times", "match", "output", "message", "status", "output_length",
     "message_length", "raw", "close_after", "chunk", "hold", "delay", "silent", "refuse",
-    "stranger",
+    "stranger", "generate",
 }
 
 
@@ -42,6 +46,8 @@ class Faults:
             raise ValueError("unknown keys: " + ", ".join(sorted(unknown)))
         bytes.fromhex(plan.get("raw", ""))
         bytes.fromhex(plan.get("stranger", ""))
+        if "generate" in plan:
+            plan = {**plan, "output": wire.text(hostile.generate(**plan["generate"]))}
         with self._changed:
             self._plans.append({"channel": "helper", "times": 1, **plan})
 

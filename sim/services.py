@@ -137,7 +137,7 @@ class DatagramService:
         if "raw" in plan:
             reply = bytes.fromhex(plan["raw"])
         elif "output" in plan:
-            reply = wire.raw(plan["output"])
+            reply = wire.raw(plan["output"])[:wire.FAST_PATH_REPLY_LIMIT]
         self._socket.sendto(reply[:plan.get("close_after", len(reply))], peer)
 
 
