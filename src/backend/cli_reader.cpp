@@ -1,0 +1,85 @@
+#include "backend/cli_reader.h"
+
+#include <cstring>
+
+#include "runtime/escape_table.h"
+#include "runtime/session_record.h"
+#include "runtime/strbuf.h"
+
+#include "backend/cli_helper.h"
+
+namespace {
+
+using std::string_view;
+
+constexpr string_view cdata_opener = "<![CDATA[";
+
+// Bytes from 0x80 are kept, as in the texts beside a CDATA section.
+constexpr escape_table cdata_text = [] {
+    escape_table table;
+    table.set('&', "&amp;");
+    table.set('<', "&lt;");
+    table.set('>', "&gt;");
+    return table;
+}();
+
+void append_token(wms_strbuf* buf, const sgml_tokenizer* tokenizer, text_form form) {
+    const sgml_token& token = tokenizer->token;
+    const string_view before(tokenizer->text, static_cast<std::size_t>(token.start));
+    const string_view text(tokenizer->text + token.start, static_cast<std::size_t>(token.size));
+    if (form == text_form::markup && before.ends_with(cdata_opener)) {
+        if (wms_strbuf_reserve(buf, token.size) == 0) escape_to_strbuf(buf, text, cdata_text);
+    } else {
+        cli_reader_append(buf, {text});
+    }
+}
+
+}  // namespace
+
+int cli_reader_execute(cli_reader* reader, const session_record* session, const char* command,
+                       const char* argument) {
+    sgml_tokenizer_init(&reader->tokenizer, nullptr, 0);
+    scoped_strbuf line;
+    const bool has_argument = argument != nullptr;
+    wms_strbuf_fmt(line, "%s%s%s", command, has_argument ? " " : "", has_argument ? argument : "");
+    if (line.buf.data == nullptr) return -1;
+    line.buf.data[std::strcspn(line.buf.data, "\r\n")] = '\0';
+
+    char* reply = nullptr;
+    std::int32_t length = 0;
+    char msg[cli_message_size];
+    const int result = wuic_cli_execute(session->user, session->ip, session->sid, line.buf.data,
+                                        &reply, &length, msg, sizeof msg);
+    reader->reply.reset(reply);
+    if (result != 0 || msg[0] != '\0') return -1;
+    return sgml_tokenizer_init(&reader->tokenizer, reply, length);
+}
+
+bool cli_reader_is_open(const sgml_tokenizer* tokenizer, const char* name) {
+    return sgml_tokenizer_is_tag(&tokenizer->token, name, false);
+}
+
+bool cli_reader_is_close(const sgml_tokenizer* tokenizer, const char* name) {
+    return sgml_tokenizer_is_tag(&tokenizer->token, name, true);
+}
+
+string_view cli_reader_text(sgml_tokenizer* tokenizer, wms_strbuf* buf, text_form form) {
+    wms_strbuf_clear(buf);
+    if (tokenizer->token.self_closing != 0) return {};
+    int kind = sgml_tokenizer_next(tokenizer);
+    const std::int32_t depth = tokenizer->depth;
+    for (; kind > 0; kind = sgml_tokenizer_next(tokenizer)) {
+        if (kind == sgml_text) append_token(buf, tokenizer, form);
+        if (tokenizer->token.closing != 0 && tokenizer->depth == depth) break;
+    }
+    return buf->data != nullptr ? buf->data : "";
+}
+
+void cli_reader_append(wms_strbuf* out, std::initializer_list<string_view> pieces) {
+    std::int64_t total = 0;
+    for (const string_view piece : pieces)
+        total += static_cast<std::int64_t>(piece.size());
+    if (wms_strbuf_reserve(out, total) < 0) return;
+    for (const string_view piece : pieces)
+        wms_strbuf_append(out, piece.data(), static_cast<std::int32_t>(piece.size()));
+}
