@@ -1,0 +1,474 @@
+// The tokenizer, on known documents and beside a plain and slow reading of the same rules.
+#include <algorithm>
+#include <optional>
+#include <random>
+
+#include "runtime/strbuf.h"
+
+#include "backend/sgml_tokenizer.h"
+
+#include "input_support.h"
+
+using namespace std::string_literals;
+
+namespace {
+
+using std::string;
+
+// What one call reports.
+struct event {
+    int result = sgml_end;
+    std::size_t start = 0;
+    std::size_t size = 0;
+    string name = {};
+    bool self_closing = false;
+    bool closing = false;
+    std::vector<std::pair<string, std::optional<string>>> attributes = {};
+    string report = {};  // of the error
+    std::size_t depth = 0;
+    string path = {};  // the open elements that are remembered
+    bool operator==(const event&) const = default;
+};
+
+// ---- what the tokenizer reports
+
+using reader = int(sgml_tokenizer*);
+
+string report_of(const sgml_tokenizer& t) {
+    const exact_copy out{string(std::size_t(-sgml_tokenizer_strerror(nullptr, 0, &t)), '#'), 1};
+    EXPECT_EQ(sgml_tokenizer_strerror(out.data(), out.size + 1, &t), out.size);
+    return string(out.view());
+}
+
+string copied(const char* text, std::int32_t length) {
+    return {text, std::size_t(length)};
+}
+
+event current(const sgml_tokenizer& t, int result) {
+    event e{.result = result, .depth = std::size_t(t.depth)};
+    for (std::size_t i = 0; i < e.depth && i < t.stack.size(); ++i)
+        e.path += copied(t.stack[i].name, t.stack[i].name_length) + '/';
+    if (result == sgml_error) e.report = report_of(t);
+    if (result <= 0) return e;
+    e.start = std::size_t(t.token.start);
+    e.size = std::size_t(t.token.size);
+    if (t.token.name != nullptr) e.name = copied(t.token.name, t.token.name_length);
+    e.self_closing = t.token.self_closing != 0;
+    e.closing = t.token.closing != 0;
+    for (int i = 0; i < t.token.attribute_count; ++i) {
+        const auto& [name, value, name_length, value_length] = t.token.attributes[std::size_t(i)];
+        auto& added = e.attributes.emplace_back(copied(name, name_length), std::nullopt);
+        if (value != nullptr) added.second = copied(value, value_length);
+    }
+    return e;
+}
+
+std::vector<event> read(const string& text, reader* next) {
+    const exact_copy input{text};
+    sgml_tokenizer t;
+    sgml_tokenizer_init(&t, input.data(), input.size);
+    std::vector<event> events;
+    while (events.empty() || events.back().result > 0)
+        events.push_back(current(t, next(&t)));
+    EXPECT_EQ(next(&t), events.back().result);
+    return events;
+}
+
+// "[text]", "<name a=1 b>", "</name>", then "." or the first line of the error.
+string shown(const string& text, reader* next = sgml_tokenizer_next) {
+    string out;
+    for (const event& e : read(text, next)) {
+        if (e.result == sgml_end) return out + ".";
+        if (e.result == sgml_error) return out + e.report.substr(0, e.report.find('\n'));
+        if (e.result == sgml_text) {
+            out += "[" + text.substr(e.start, e.size) + "]";
+            continue;
+        }
+        out += (e.closing ? "</" : "<") + e.name;
+        for (const auto& [name, value] : e.attributes)
+            out += " " + name + (value ? "=" + *value : "");
+        out += e.self_closing ? "/>" : ">";
+    }
+    return out;
+}
+
+// ---- the rules, read a second time
+
+bool blank(char c) {
+    return " \t\r\n"s.find(c) != string::npos;
+}
+
+bool same_in_any_case(const string& a, const string& b) {
+    return a.size() == b.size() && strncasecmp(a.data(), b.data(), a.size()) == 0;
+}
+
+struct quotes {
+    char run = 0;
+    bool escaped = false;
+    bool outside() const { return run == 0 && !escaped; }
+    void pass(char c) {
+        if (escaped) {
+            escaped = false;
+        } else if (c == '\\') {
+            escaped = true;
+        } else if (c == run) {
+            run = 0;
+        } else if (run == 0 && (c == '\'' || c == '"')) {
+            run = c;
+        }
+    }
+};
+
+struct rules {
+    string text;
+    bool keeps_cdata;
+    std::size_t at = 0;
+    event last = {};
+    std::vector<event> open = {};
+
+    bool has(const string& what, std::size_t i) const {
+        return text.compare(i, what.size(), what) == 0;
+    }
+
+    bool section_at(std::size_t i) const {
+        return same_in_any_case(text.substr(i, 9), "<![CDATA[");
+    }
+
+    std::size_t search(const string& what, std::size_t from, bool quote_aware) const {
+        quotes state;
+        for (std::size_t i = from; i < text.size(); ++i) {
+            if ((!quote_aware || state.outside()) && has(what, i)) return i;
+            state.pass(text[i]);
+        }
+        return string::npos;
+    }
+
+    event error(std::size_t where, const char* message) const {
+        const auto line = std::ranges::count(text.substr(0, where), '\n') + 1;
+        const std::size_t from = where > 0 ? text.rfind('\n', where - 1) + 1 : 0;
+        string dots;
+        for (std::size_t i = from; i < where; ++i)
+            dots.append(text[i] == '\t' ? 8 - dots.size() % 8 : 1, '.');
+        const std::size_t end = text.find_first_of("\r\n", where);
+        return {.result = sgml_error,
+                .report = std::to_string(line) + ", " + std::to_string(where - from + 1) + ": " +
+                          message + "\n" + text.substr(from, end - from) + "\n" + dots + "^\n"};
+    }
+
+    event text_until(std::size_t from, std::size_t end, std::size_t next) {
+        at = next;
+        return {.result = sgml_text, .start = from, .size = end > from ? end - from : 0};
+    }
+
+    static void add(event* tag, const string& name, const std::optional<string>& value) {
+        if (tag->attributes.size() == 30) return;
+        for (auto& known : tag->attributes) {
+            if (!value || !same_in_any_case(known.first, name)) continue;
+            known.second = value;
+            return;
+        }
+        tag->attributes.emplace_back(name, value);
+    }
+
+    // Skips blanks. Returns "=", the word there, "" at the end, or null for an unfinished word.
+    std::optional<string> lexeme(std::size_t* i, std::size_t end) const {
+        while (*i < end && blank(text[*i]))
+            ++*i;
+        if (*i < end && text[*i] == '=') return "=";
+        quotes state;
+        std::size_t to = *i;
+        for (; to < end && !(state.outside() && (blank(text[to]) || text[to] == '=')); ++to)
+            state.pass(text[to]);
+        if (!state.outside()) return {};
+        return text.substr(*i, to - *i);
+    }
+
+    enum tag_state { wants_tag, wants_attribute, after_name, wants_value };
+
+    static tag_state take(event* tag, tag_state state, string* pending, const string& word) {
+        if (state == wants_tag) tag->name = word;
+        if (state == wants_attribute) *pending = word;
+        if (state == after_name) add(tag, *pending, {});
+        if (state == wants_value) add(tag, *pending, word);
+        return state == wants_tag || state == wants_value ? wants_attribute : after_name;
+    }
+
+    // Returns the error, if any.
+    std::optional<event> body(event* tag, std::size_t i, std::size_t end) const {
+        tag_state state = wants_tag;
+        string pending;
+        for (;;) {
+            const auto found = lexeme(&i, end);
+            if (!found) return error(i, "unterminated string");
+            if (*found == "" && state == after_name) add(tag, pending, {});
+            if (*found == "" && (state == after_name || state == wants_attribute)) return {};
+            if (*found == "" || (*found == "=" && state != after_name)) {
+                return error(i, "mismatched bracket");
+            }
+            state = *found == "=" ? wants_value : take(tag, state, &pending, *found);
+            i += found->size();
+        }
+    }
+
+    event tag() {
+        const text_pairs kinds = {{"<?", "?>"}, {"<!--", "-->"}, {"<![CDATA[", "]]>"},
+                                  {"<!", ">"},  {"</", ">"},     {"<", ">"}};
+        for (const auto& [opener, closer] : kinds) {
+            if (has(opener, at) && at + opener.size() < text.size()) return tag(opener, closer);
+        }
+        return error(at, "mismatched bracket");
+    }
+
+    event tag(const string& opener, const string& closer) {
+        const bool plain = opener == "<!--" || opener == "<![CDATA[";
+        const std::size_t end = search(closer, at + opener.size(), !plain);
+        if (end == string::npos) return error(at, "mismatched bracket");
+        event e{.result = sgml_tag, .start = at, .size = end + closer.size() - at};
+        if (plain) e.name = opener.substr(1);
+        e.self_closing = (opener == "<" || opener == "</") && text[end - 1] == '/';
+        if (!plain) {
+            const auto failed = body(&e, at + 1, end - (e.self_closing ? 1 : 0));
+            if (failed) return *failed;
+        }
+        at += e.size;
+        if (opener != "</") return e;
+        e.closing = true;
+        e.name.erase(0, 1);
+        const bool wrong = open.empty() || (open.size() < 20 && open.back().name != e.name);
+        return wrong ? error(e.start, "mismatched tag") : e;
+    }
+
+    event text_with_cdata() {
+        std::size_t i = at;
+        while (i < text.size() && (text[i] != '<' || section_at(i))) {
+            const std::size_t end = section_at(i) ? text.find("]]>", i) : i;
+            i = end == string::npos ? text.size() : end + (section_at(i) ? 3 : 1);
+        }
+        return i > at ? text_until(at, i, i) : tag();
+    }
+
+    event next_event() {
+        const bool counts = last.result == sgml_tag && !last.self_closing;
+        if (counts && last.closing && !open.empty()) open.pop_back();
+        if (counts && !last.closing && isalpha(last.name[0])) open.push_back(last);
+        if (at >= text.size() && open.empty()) return {};
+        if (at >= text.size()) {
+            return error(open[std::min(open.size(), std::size_t(20)) - 1].start, "mismatched tag");
+        }
+        if (keeps_cdata) return text_with_cdata();
+        if (has("<![CDATA[", at) && at + 9 < text.size()) {
+            const std::size_t closer = text.find("]]><", at + 9);
+            if (closer != string::npos) return text_until(at + 9, closer, closer + 3);
+            return text_until(at + 9, text.size() - 3, text.size());
+        }
+        if (text[at] == '<') return tag();
+        const std::size_t end = std::min(text.find('<', at), text.size());
+        return text_until(at, end, end);
+    }
+
+    std::vector<event> read() {
+        std::vector<event> events;
+        do {
+            last = next_event();
+            last.depth = open.size();
+            last.path.clear();
+            for (std::size_t i = 0; i < open.size() && i < 20; ++i)
+                last.path += open[i].name + '/';
+            events.push_back(last);
+        } while (last.result > 0);
+        return events;
+    }
+};
+
+TEST(tokenizer, reads_known_documents) {
+    string nested;
+    for (int i = 0; i < 21; ++i)
+        nested += "<e>";
+    string many = "<t";
+    for (std::size_t length = 1; length <= 30; ++length)
+        many += " " + string(length, 'n') + "=1";
+    const text_pairs rows = {
+        {"", "."},
+        {"<a>", "<a>1, 1: mismatched tag"},
+        {"a\n<a><b></a>", "[a\n]<a><b>2, 7: mismatched tag"},
+        {"<a>x</a></a>", "<a>[x]</a>1, 9: mismatched tag"},
+        {R"(<a x="1>2" y='"' z=\>/>)", R"(<a x="1>2" y='"' z=\>/>.)"},
+        {"<a x=\"1>", "1, 1: mismatched bracket"},
+        {"x\n <", "[x\n ]2, 2: mismatched bracket"},
+        {"<a b\\/>", "1, 4: unterminated string"},
+        {"<>", "1, 2: mismatched bracket"},
+        {"</>", "1, 2: mismatched bracket"},
+        {"<t =1>", "1, 4: mismatched bracket"},
+        {"<t\na= >", "2, 4: mismatched bracket"},
+        {"<t a b c/><t b c/><t b/>", "<t a a a/><t b b/><t b/>."},
+        {"<t a b=1/>", "<t a=1/>."},
+        {"<t x=1 y=3 X = 2 y/>", "<t x=2 y=3 y/>."},
+        {"<a></a/></a>", "<a></a/></a>."},
+        {"<br/></br/>", "<br/>1, 6: mismatched tag"},
+        {"<?xml v='?>'?><!-- ' -> --><!DOCTYPE a><1>.", "<?xml v='?>'><!--><!DOCTYPE a><1>[.]."},
+        {"<![CDATA[a]]>b]]><![CDATA[]]>", "[a]]>b][]."},
+        {"<![CDATA[abcd", "[a]."},
+        {"<![CDATA[a", "[]."},
+        {"<![CDATA[", "1, 1: mismatched bracket"},
+        {"<![cdata[a]]>", "<![cdata[a]]>."},
+        {many + " x=1 n=2/>", many + "/>."},
+        {nested + "</x></y></e></x>", nested + "</x></y></e>1, 76: mismatched tag"},
+    };
+    for (const auto& [text, expected] : rows)
+        EXPECT_EQ(shown(text), expected) << text;
+    EXPECT_EQ(shown("<a>x<![cdata[</a>]]>y<b/><![CDATA[z", sgml_tokenizer_next_cdata),
+              "<a>[x<![cdata[</a>]]>y]<b/>[<![CDATA[z]1, 1: mismatched tag");
+}
+
+// A tokenizer over a copy of the text, after some calls of next.
+struct tokenizer_at {
+    exact_copy input;
+    sgml_tokenizer t = {};
+    tokenizer_at(const string& text, int calls) : input(text) {
+        sgml_tokenizer_init(&t, input.data(), input.size);
+        for (int i = 0; i < calls; ++i)
+            EXPECT_GT(sgml_tokenizer_next(&t), 0);
+    }
+};
+
+TEST(tokenizer, shows_the_place_of_an_error) {
+    tokenizer_at at("a\n\tab\t</b>\r\nz", 1);
+    const string place = "\n\tab\t</b>\n................^\n";
+    EXPECT_EQ(sgml_tokenizer_next(&at.t), sgml_error);
+    EXPECT_EQ(report_of(at.t), "2, 5: mismatched tag" + place);
+    const std::pair<int, const char*> rows[] = {{0, "no error"},
+                                                {4, "unknown entity"},
+                                                {5, "symantic error"},
+                                                {6, "unknown error"},
+                                                {-1, "unknown error"}};
+    for (const auto& [code, message] : rows) {
+        sgml_tokenizer_set_error(&at.t, 6, code);
+        EXPECT_EQ(report_of(at.t), "2, 5: "s + message + place);
+    }
+}
+
+TEST(tokenizer, answers_what_is_current_and_open) {
+    string text;
+    for (char name = 'a'; name <= 't'; ++name)
+        text += "<"s + name + ">";
+    tokenizer_at at(text + "<U X=1>text", 21);
+    EXPECT_TRUE(sgml_tokenizer_has_attribute(&at.t, "x", 1));
+    EXPECT_TRUE(sgml_tokenizer_is_tag(&at.t.token, "U", false));
+    EXPECT_FALSE(sgml_tokenizer_is_tag(&at.t.token, "U", true));
+    EXPECT_FALSE(sgml_tokenizer_is_tag(&at.t.token, "u", false));
+    EXPECT_FALSE(sgml_tokenizer_is_text(&at.t.token));
+    EXPECT_EQ(sgml_tokenizer_next(&at.t), sgml_text);
+    EXPECT_TRUE(sgml_tokenizer_is_text(&at.t.token));
+    const std::tuple<const char*, int, bool> rows[] = {
+        {"U", 0, false}, {"t", 1, true},   {"a", 20, true},         {"a", 21, false},
+        {"a", -1, true}, {"t", -20, true}, {"U", -21, false},       {"b", -1, false},
+        {"T", 1, false}, {"tt", 1, false}, {"a", INT32_MAX, false}, {"a", INT32_MIN, false}};
+    for (const auto& [name, index, expected] : rows)
+        EXPECT_EQ(sgml_tokenizer_stack_is_tag(&at.t, name, index), expected) << name << index;
+
+    tokenizer_at path("<a><b><c></c>", 3);
+    EXPECT_TRUE(st_is(&path.t, "a", "b", "c", nullptr));
+    EXPECT_FALSE(st_is(&path.t, "a", "b", nullptr));
+    EXPECT_FALSE(st_is(&path.t, "a", "b", "c", "d", nullptr));
+    EXPECT_FALSE(st_is(&path.t, "a", "B", "c", nullptr));
+    EXPECT_GT(sgml_tokenizer_next(&path.t), 0);
+    EXPECT_FALSE(st_is(&path.t, "a", "b", "c", "c", nullptr));
+}
+
+TEST(tokenizer, collects_the_text_of_an_element) {
+    const struct {
+        int calls;
+        bool unescape, clear, trim;
+        const char* expected;
+    } rows[] = {{1, true, true, true, "a<x>"},      {1, false, true, false, " a&lt;x&gt;\n "},
+                {2, true, false, true, "old a<x>"}, {3, true, true, true, "x"},
+                {5, true, false, true, " old"},     {6, true, false, false, " old"}};
+    for (const auto& [calls, unescape, clear, trim, expected] : rows) {
+        tokenizer_at at("<r> a&lt;<b>x<r/></b><!-- no --><![CDATA[&gt;]]><i>\n </i></r>no", calls);
+        scoped_strbuf buf;
+        wms_strbuf_fmt(buf, " old");
+        EXPECT_EQ(st_to_str(&at.t, buf, unescape, clear, trim), 0);
+        EXPECT_STREQ(buf.buf.data, expected);
+    }
+}
+
+TEST(tokenizer, hands_out_attribute_values) {
+    const string text =
+        R"(<a x="&lt; '\"" h=0x1F o='010' j=" -42px" n=99999999999 m=-99999999999 z=)";
+    tokenizer_at at(text + string(127, '0') + "7 y>", 1);
+    scoped_strbuf buf;
+    EXPECT_EQ(st_get_attr(buf, &at.t, "X", true, true), 0);
+    EXPECT_EQ(st_get_attr(buf, &at.t, "y", true, false), 0);
+    EXPECT_EQ(sgml_get_all_attr(buf, &at.t, "x", false, false), 0);
+    EXPECT_EQ(st_get_attr(buf, &at.t, "none", true, false), 0);
+    EXPECT_STREQ(buf.buf.data, R"(< '""&lt; '\"")");
+    const std::pair<const char*, int> rows[] = {{"h", 31},        {"o", 8},         {"j", -42},
+                                                {"n", INT32_MAX}, {"m", INT32_MIN}, {"z", 0},
+                                                {"y", 0},         {"none", 5}};
+    for (const auto& [name, expected] : rows)
+        EXPECT_EQ(st_attr_to_int(&at.t, name, 5), expected) << name;
+}
+
+TEST(byte_ranges, compare_as_signed_characters) {
+    const std::tuple<string, string, int, int> rows[] = {{"ab", "aB", 'b' - 'B', 0},
+                                                         {"ab", "a", 1, 1},
+                                                         {"", "A", -1, -1},
+                                                         {"\xFF", "A", -1 - 'A', -1 - 'a'},
+                                                         {"a\0b"s, "a\0b"s, 0, 0}};
+    for (const auto& [a, b, exact, any_case] : rows) {
+        const exact_copy x{a};
+        const exact_copy y{b};
+        EXPECT_EQ(st_strcmp(x.data(), x.size, y.data(), y.size), exact) << a;
+        EXPECT_EQ(st_strcmpi(x.data(), x.size, y.data(), y.size), any_case) << a;
+    }
+}
+
+// Mostly well-formed; the more pieces, the deeper.
+string random_document(std::mt19937& random, int pieces) {
+    static const string names[] = {"a", "b", "re", "A1"};
+    static const string attributes[] = {" x=1", " X='a>b'", "\ty=\"\\\"\"",
+                                        " z",   "\r = 2",   " 'q r'"};
+    static const string between[] = {"text",           " \t\n",        "\r\n",
+                                     "a&lt;'",         "]]>",          "\x01"s + '\0',
+                                     "<!-- > ' -->",   "<br/>",        "<?xml v='?>'?>",
+                                     "<!DOCTYPE a/>",  "<![CDATA[]]>", "<![CDATA[<x> ]]>",
+                                     "<![CdaTa[\n]]>y"};
+    static const string odd[] = {
+        "<",      "</b>",     "<>",        "</>",      "< a>",         "</ a>", "<a 'x>",
+        "<a =1>", "<a x=\n>", "<![CDATA[", "<!--",     "<?",           "\\",    "'",
+        "</br/>", "<1>",      "<a<b>",     "<a x\\/>", "<a x=\"\\\">", "<!x",   "<![CDATA[]]"};
+    const auto any = [&](const auto& list) { return list[random() % std::size(list)]; };
+    string text;
+    std::vector<string> open;
+    for (int i = 0; i < pieces; ++i) {
+        const auto kind = random() % 16;
+        if (kind == 0) {
+            text += any(odd);
+        } else if (kind < 5) {
+            text += any(between);
+        } else if (kind < 8 && !open.empty()) {
+            text += "</" + open.back() + ">";
+            open.pop_back();
+        } else {
+            text += "<" + open.emplace_back(any(names));
+            for (auto count = random() % (kind == 15 ? 40 : 4); count > 0; --count)
+                text += any(attributes);
+            text += ">";
+        }
+    }
+    return text;
+}
+
+TEST(tokenizer, reads_random_documents_cut_anywhere_by_its_rules) {
+    std::mt19937 random(4);
+    for (int round = 0; round < 100; ++round) {
+        const string whole = random_document(random, round % 10 == 0 ? 60 : 6);
+        for (std::size_t cut = 0; cut <= whole.size(); ++cut) {
+            const string text = whole.substr(0, cut);
+            ASSERT_EQ(read(text, sgml_tokenizer_next), (rules{text, false}.read())) << text;
+            ASSERT_EQ(read(text, sgml_tokenizer_next_cdata), (rules{text, true}.read())) << text;
+        }
+    }
+}
+
+}  // namespace
