@@ -2,33 +2,21 @@
 
 #include <cstring>
 
-#include "runtime/escape_table.h"
 #include "runtime/session_record.h"
 #include "runtime/strbuf.h"
 
 #include "backend/cli_helper.h"
+#include "backend/markup.h"
 
 namespace {
 
 using std::string_view;
 
-constexpr string_view cdata_opener = "<![CDATA[";
-
-// Bytes from 0x80 are kept, as in the texts beside a CDATA section.
-constexpr escape_table cdata_text = [] {
-    escape_table table;
-    table.set('&', "&amp;");
-    table.set('<', "&lt;");
-    table.set('>', "&gt;");
-    return table;
-}();
-
 void append_token(wms_strbuf* buf, const sgml_tokenizer* tokenizer, text_form form) {
     const sgml_token& token = tokenizer->token;
-    const string_view before(tokenizer->text, static_cast<std::size_t>(token.start));
     const string_view text(tokenizer->text + token.start, static_cast<std::size_t>(token.size));
-    if (form == text_form::markup && before.ends_with(cdata_opener)) {
-        if (wms_strbuf_reserve(buf, token.size) == 0) escape_to_strbuf(buf, text, cdata_text);
+    if (form == text_form::markup && cdata_is_current(tokenizer)) {
+        markup_append(buf, text);
     } else {
         cli_reader_append(buf, {text});
     }

@@ -13,9 +13,7 @@
 #include "runtime/sfmt.h"
 #include "runtime/strbuf.h"
 
-#include "backend/sgml_tokenizer.h"
-
-#include "monitor/markup.h"
+#include "backend/cli_reader.h"
 
 namespace {
 
@@ -60,29 +58,6 @@ std::string_view cut_markup(std::string_view text, std::size_t max) {
     return text.substr(0, max);
 }
 
-void collect_text(wms_strbuf* out, const sgml_tokenizer& tokenizer) {
-    const sgml_token& token = tokenizer.token;
-    const char* const text = tokenizer.text + token.start;
-    if (cdata_is_current(&tokenizer)) {
-        markup_append(out, {text, static_cast<std::size_t>(token.size)});
-    } else {
-        wms_strbuf_append(out, text, token.size);
-    }
-}
-
-// Collects what st_to_str would, but so that it stays markup. The tokenizer is left at the
-// element's close tag.
-void collect(wms_strbuf* out, sgml_tokenizer* tokenizer) {
-    wms_strbuf_clear(out);
-    if (tokenizer->token.self_closing != 0) return;
-    int kind = sgml_tokenizer_next(tokenizer);
-    const std::int32_t depth = tokenizer->depth;
-    while (kind > 0 && (tokenizer->token.closing == 0 || tokenizer->depth != depth)) {
-        if (kind == sgml_text) collect_text(out, *tokenizer);
-        kind = sgml_tokenizer_next(tokenizer);
-    }
-}
-
 void append_row(wms_strbuf* out, const report& complete) {
     wms_strbuf_fmt(out, "<r>");
     for (std::size_t i = 0; i < report_fields.size(); ++i) {
@@ -103,7 +78,7 @@ void append_rows(wms_strbuf* out, const char* text, std::int32_t length) {
     while (sgml_tokenizer_next(&tokenizer) > 0) {
         for (std::size_t i = 0; i < report_fields.size(); ++i) {
             if (!st_is(&tokenizer, "qorin", "cr", report_fields[i].element, nullptr)) continue;
-            collect(current.texts[i], &tokenizer);
+            cli_reader_text(&tokenizer, current.texts[i], text_form::markup);
             current.seen[i] = true;
         }
         if (std::ranges::count(current.seen, true) < std::ssize(current.seen)) continue;

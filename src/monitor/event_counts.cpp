@@ -8,7 +8,7 @@
 #include "runtime/log.h"
 #include "runtime/strbuf.h"
 
-#include "monitor/markup.h"
+#include "backend/markup.h"
 
 namespace {
 

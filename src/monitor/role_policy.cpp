@@ -8,10 +8,10 @@
 #include "runtime/sgml_text.h"
 #include "runtime/strbuf.h"
 
+#include "backend/markup.h"
 #include "backend/sgml_tokenizer.h"
 
 #include "monitor/command_result.h"
-#include "monitor/markup.h"
 #include "monitor/monitor_handlers.h"
 
 namespace {

@@ -8,8 +8,9 @@
 #include "runtime/sgml_text.h"
 #include "runtime/strbuf.h"
 
+#include "backend/markup.h"
+
 #include "monitor/command_result.h"
-#include "monitor/markup.h"
 #include "monitor/monitor_handlers.h"
 #include "monitor/shell_capture.h"
 #include "monitor/status_fragments.h"

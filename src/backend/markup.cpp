@@ -1,4 +1,4 @@
-#include "monitor/markup.h"
+#include "backend/markup.h"
 
 #include "runtime/escape_table.h"
 #include "runtime/strbuf.h"
@@ -27,6 +27,8 @@ void append(wms_strbuf* out, std::string_view text) {
 }  // namespace
 
 void markup_append(wms_strbuf* out, std::string_view text) {
+    // Escaping grows the buffer to the byte, which many pieces would pay for.
+    if (wms_strbuf_reserve(out, static_cast<std::int64_t>(text.size())) < 0) return;
     escape_to_strbuf(out, text, references);
 }
 
