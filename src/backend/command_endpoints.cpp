@@ -10,16 +10,20 @@
 #include "runtime/strbuf.h"
 #include "runtime/url.h"
 
-#include "backend/cli_helper.h"
+#include "backend/command_policy.h"
+#include "backend/command_run.h"
+#include "backend/fast_path.h"
 
 namespace {
 
+using std::string_view;
+
 struct reference {
-    std::string_view name;
-    std::string_view becomes;
+    string_view name;
+    string_view becomes;
 };
 
-constexpr std::string_view ampersand = "&amp;";
+constexpr string_view ampersand = "&amp;";
 
 // "&pound;" is the number sign on purpose: the keyboard's pound key.
 constexpr auto references = std::to_array<reference>({
@@ -34,18 +38,85 @@ constexpr auto references = std::to_array<reference>({
 });
 
 // The reference that `text` begins with, or null.
-const reference* reference_at(std::string_view text) {
+const reference* reference_at(string_view text) {
     for (const reference& row : references) {
         if (text.starts_with(row.name)) return &row;
     }
     return nullptr;
 }
 
-// What a wrapped message may grow to when every byte is escaped.
-constexpr std::size_t escaped_message_size = std::size_t{cli_message_size} * 6;
+// The fast path gets this user and role, whoever asks.
+constexpr char fast_path_user[] = "admin";
+constexpr char fast_path_role[] = "root";
 
-bool is_error_document(const char* msg) {
-    return std::strstr(msg, "<ERROR>") != nullptr || std::strstr(msg, "<error>") != nullptr;
+void append_text(wms_strbuf* response, const char* text) {
+    wms_strbuf_append(response, text, static_cast<std::int32_t>(std::strlen(text)));
+}
+
+int invalid_arguments(wms_strbuf* response) {
+    wuic_generic_error(response, "Invalid arguments");
+    return -1;
+}
+
+// Answers with the reply to one command, or with nothing when it has neither reply nor message.
+int answer_single(wms_strbuf* response, const session_record* session, char* command) {
+    command_unencode(command);
+    if (!command_end(response, command)) return -1;
+    const command_outcome outcome = command_run_typed(session, command);
+    append_text(response, xml_header);
+    if (!outcome.reply && !outcome.failed) return 0;
+    return command_finish(response, command_append_reply(response, outcome.reply.get(),
+                                                         outcome.reply_len, outcome.msg));
+}
+
+int append_replies(wms_strbuf* response, const session_record* session, const command_list& list) {
+    for (char* command : list.view()) {
+        command_cut_line(command);
+        if (command[0] == '\0') continue;
+        const command_outcome outcome = command_run_typed(session, command);
+        const int result =
+            command_append_reply(response, outcome.reply.get(), outcome.reply_len, outcome.msg);
+        if (result != 0) return result;
+    }
+    return wms_strbuf_append(response, "</result>", 9);
+}
+
+bool is_word_byte(char c) {
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_';
+}
+
+// Whether the fast path's output tells of an error: holds the word "Error" or "Errors".
+bool tells_of_error(string_view output) {
+    constexpr string_view word = "Error";
+    for (std::size_t at = output.find(word); at != string_view::npos;
+         at = output.find(word, at + 1)) {
+        string_view after = output.substr(at + word.size());
+        if (after.starts_with('s')) after.remove_prefix(1);
+        const bool starts = at == 0 || !is_word_byte(output[at - 1]);
+        if (starts && (after.empty() || !is_word_byte(after.front()))) return true;
+    }
+    return false;
+}
+
+int append_success(wms_strbuf* response, string_view output) {
+    append_text(response, "<re><SUCCESS></SUCCESS>");
+    const int result =
+        wms_strbuf_append(response, output.data(), static_cast<std::int32_t>(output.size()));
+    return result == 0 ? wms_strbuf_append(response, "</re>", 5) : result;
+}
+
+int run_fast_path(wms_strbuf* response, const char* command) {
+    char* output = nullptr;
+    std::int32_t length = 0;
+    char msg[cli_message_size];
+    const int result = wuic_fpcli_execute(fast_path_user, fast_path_role, command, &output, &length,
+                                          msg, sizeof msg);
+    const malloc_text reply(output);
+    if (msg[0] != '\0') return command_append_error(response, msg);
+    if (result != 0 || !reply) return command_append_error(response, command_refusal);
+    const string_view text(reply.get(), static_cast<std::size_t>(length));
+    return tells_of_error(text) ? command_append_error(response, text)
+                                : append_success(response, text);
 }
 
 }  // namespace
@@ -61,7 +132,7 @@ void command_unencode(char* text, std::int32_t size) {
     std::size_t in = 0;
     std::size_t out = 0;
     while (in < length) {
-        const std::string_view rest(text + in, length - in);
+        const string_view rest(text + in, length - in);
         const reference* const found = rest.front() == '&' ? reference_at(rest) : nullptr;
         if (found == nullptr) {
             text[out++] = text[in++];
@@ -77,55 +148,102 @@ void command_unencode(char* text, std::int32_t size) {
     if (out < length) text[out] = '\0';
 }
 
+void command_unencode(char* text) {
+    command_unencode(text, static_cast<std::int32_t>(std::strlen(text)));
+}
+
 char* command_from_query(cgi* input, wms_strbuf* response) {
     char* const query = cgi_query_string(input);
     if (query == nullptr || query[0] == '\0') {
-        wuic_generic_error(response, "Invalid arguments");
+        invalid_arguments(response);
         return nullptr;
     }
-    const auto length = static_cast<std::int32_t>(std::strlen(query));
-    const int decoded = cgi_unescape_url(query, length, query, length);
-    if (decoded >= 0 && decoded < length) query[decoded] = '\0';
+    command_url_decode(query);
     return query;
 }
 
+void command_url_decode(char* text) {
+    const auto length = static_cast<std::int32_t>(std::strlen(text));
+    const int decoded = cgi_unescape_url(text, length, text, length);
+    if (decoded >= 0 && decoded < length) text[decoded] = '\0';
+}
+
 void command_cut_context(char* command) {
-    const std::size_t at = std::string_view(command).rfind("@@");
-    if (at != std::string_view::npos) command[at] = '\0';
+    const std::size_t at = string_view(command).rfind("@@");
+    if (at != string_view::npos) command[at] = '\0';
 }
 
-int command_append_reply(wms_strbuf* response, const char* reply, std::int32_t reply_len,
-                         const char* msg) {
-    if (reply != nullptr && msg[0] == '\0') return wms_strbuf_append(response, reply, reply_len);
-    if (is_error_document(msg)) {
-        return wms_strbuf_append(response, msg, static_cast<std::int32_t>(std::strlen(msg)));
+void command_cut_line(char* command) {
+    command[std::strcspn(command, "\r\n")] = '\0';
+}
+
+bool command_end(wms_strbuf* response, char* command) {
+    command_cut_line(command);
+    if (command[0] != '\0') return true;
+    invalid_arguments(response);
+    return false;
+}
+
+bool command_split(char* text, const char* separator, command_list* list) {
+    char* rest = nullptr;
+    list->count = 0;
+    for (char* item = strtok_r(text, separator, &rest); item != nullptr;
+         item = strtok_r(nullptr, separator, &rest)) {
+        if (list->count == list->items.size()) return false;
+        list->items[list->count++] = item;
     }
-    char escaped[escaped_message_size];
-    return wms_strbuf_fmt(response, "<re><ERROR>%s</ERROR></re>",
-                          error_text_escape(escaped, sizeof escaped, msg));
+    return true;
 }
 
-int command_execute(wms_strbuf* response, const session_record* session, const char* command) {
-    char* output = nullptr;
-    std::int32_t length = 0;
-    char msg[cli_message_size];
-    // A failed exchange says so in the message, so its result adds nothing.
-    static_cast<void>(wuic_cli_execute(session->user, session->ip, session->sid, command, &output,
-                                       &length, msg, sizeof msg));
-    const malloc_text reply(output);
-    if (!reply && msg[0] == '\0') return 0;
-    return command_append_reply(response, reply.get(), length, msg);
-}
+// NOLINTBEGIN(readability-identifier-naming): fixed names
 
-// NOLINTNEXTLINE(readability-identifier-naming): fixed name
 int execCommandWithContext(const char* /*key*/, wms_strbuf* response, session_record* session,
                            pg_conn* /*db*/, cgi* input) {
     char* const command = command_from_query(input, response);
     if (command == nullptr) return -1;
     command_cut_context(command);
-    command_unencode(command, static_cast<std::int32_t>(std::strlen(command)));
-    wms_strbuf_append(response, xml_header, sizeof xml_header - 1);
-    if (command_execute(response, session, command) == 0) return 0;
-    wms_strbuf_clear(response);  // out of memory: half a document helps nobody
-    return -1;
+    return answer_single(response, session, command);
 }
+
+int execCommandPostWithContext(const char* /*key*/, wms_strbuf* response, session_record* session,
+                               pg_conn* /*db*/, cgi* input) {
+    const cgi_pair* const field = cgi_named_pair(input, "cmd");
+    if (field == nullptr || field->value == nullptr) return invalid_arguments(response);
+    return answer_single(response, session, field->value);
+}
+
+int execCommandsWithContext(const char* /*key*/, wms_strbuf* response, session_record* session,
+                            pg_conn* /*db*/, cgi* input) {
+    char* const commands = command_from_query(input, response);
+    if (commands == nullptr) return -1;
+    command_cut_context(commands);
+    command_unencode(commands);
+    command_list list;
+    if (!command_split(commands, ",", &list)) return invalid_arguments(response);
+    append_text(response, xml_header);
+    append_text(response, "<result>");
+    return command_finish(response, append_replies(response, session, list));
+}
+
+int executeSimpleCommand(const char* /*key*/, wms_strbuf* response, session_record* session,
+                         pg_conn* /*db*/, cgi* input) {
+    char* const command = command_from_query(input, response);
+    if (command == nullptr || !command_end(response, command)) return -1;
+    const command_outcome outcome = command_run_typed(session, command);
+    wms_strbuf_fmt(response, "%s<result>%s</result>", xml_header,
+                   outcome.failed ? outcome.msg : "SUCCESS");
+    return 0;
+}
+
+int execFPCliCommandWithContext(const char* /*key*/, wms_strbuf* response, session_record* session,
+                                pg_conn* /*db*/, cgi* input) {
+    char* const command = command_from_query(input, response);
+    if (command == nullptr || !command_end(response, command)) return -1;
+    append_text(response, xml_header);
+    const int result = fast_path_is_permitted(session, command)
+                           ? run_fast_path(response, command)
+                           : command_append_error(response, command_refusal);
+    return command_finish(response, result);
+}
+
+// NOLINTEND(readability-identifier-naming)

@@ -5,6 +5,9 @@
 #include <functional>
 
 #include "backend/command_endpoints.h"
+#include "backend/command_policy.h"
+#include "backend/port_commands.h"
+#include "backend/query_endpoints.h"
 
 #include "auth/json_login.h"
 
@@ -64,7 +67,9 @@ constexpr auto rows = std::to_array<dispatch_row>({
      .handler = generic_wrapper,
      .target = captivePortalSwitchToNonFrames},
     {.name = "/screens/auth/switch_diags_ssh.html", .mask = 0x7, .handler = serve_diags_ssh_html},
-    {.name = "/screens/cmnutil/allUserRecords.xml", .mask = 0x6, .handler = getAllUserRecords},
+    {.name = "/screens/cmnutil/allUserRecords.xml",
+     .mask = mask_user_records,
+     .handler = getAllUserRecords},
     {.name = "/screens/cmnutil/ap-tech-support.txt", .mask = 0x1, .handler = tech_support_get_file},
     {.name = "/screens/cmnutil/cap_whitelist.csv",
      .mask = 0x9,
@@ -100,7 +105,7 @@ constexpr auto rows = std::to_array<dispatch_row>({
      .handler = executeSimpleCommand,
      .token = always},
     {.name = "/screens/cmnutil/execUiQuery.xml",
-     .mask = 0x107,
+     .mask = mask_ui_query,
      .handler = execUiQuery,
      .token = always},
     {.name = "/screens/cmnutil/fw_agg_sess.csv", .mask = 0x3, .handler = plog_export_csv},
@@ -151,13 +156,15 @@ constexpr auto rows = std::to_array<dispatch_row>({
      .handler = generic_wrapper,
      .target = showlsOutput},
     {.name = "/screens/cmnutil/tech-support.txt", .mask = 0x1, .handler = tech_support_get_file},
-    {.name = "/screens/cmnutil/telm", .mask = 0x2, .handler = execDTLSTELMQuery},
+    {.name = "/screens/cmnutil/telm", .mask = mask_telm, .handler = execDTLSTELMQuery},
     {.name = "/screens/cmnutil/upgradeImageflag.xml", .mask = 0x21, .handler = upgradeImageflag},
     {.name = "/screens/cmnutil/userDebug.xml",
      .mask = 0x6,
      .handler = generic_wrapper,
      .target = getUserDebug},
-    {.name = "/screens/cmnutil/userRecord.xml", .mask = 0x6, .handler = getUserRecord},
+    {.name = "/screens/cmnutil/userRecord.xml",
+     .mask = mask_user_records,
+     .handler = getUserRecord},
     {.name = "/screens/cmnutil/verifyImageInProgress.xml",
      .mask = 0x6,
      .handler = webVerifyInProgress},
@@ -291,7 +298,9 @@ constexpr auto rows = std::to_array<dispatch_row>({
      .flag = 1,
      .token = always},
     {.name = "get-permissions", .mask = 0xE, .handler = wlm_get_permissions},
-    {.name = "getRunningConfig.xml", .mask = 0x2, .handler = getRunningConfigForApplication},
+    {.name = "getRunningConfig.xml",
+     .mask = mask_running_config,
+     .handler = getRunningConfigForApplication},
     {.name = "getSupInfo.xml", .mask = 0x6, .handler = generic_wrapper, .target = getSupInfo},
     {.name = "guestprovisioning_customize.html",
      .mask = 0x1,

@@ -39,6 +39,15 @@ constexpr escape_table javascript = [] {
     return table;
 }();
 
+constexpr escape_table result_text = [] {
+    escape_table table;
+    table.set('\'', "&#39;");
+    table.set('<', "&lt;");
+    table.set('>', "&gt;");
+    table.set('&', "&amp;");
+    return table;
+}();
+
 constexpr escape_table location_part = [] {
     escape_table table;
     table.set('\\', "\\\\");
@@ -104,6 +113,32 @@ const char* wuic_sgmlesc(char* out, std::int32_t out_size, const char* in, std::
 const char* wuic_sgmlesc_ii(wms_strbuf* buf, const char* in, std::int32_t in_len) {
     escape_to_strbuf(buf, counted(in, in_len), sgml_escape_table(false, true));
     return text_of(buf);
+}
+
+std::size_t xml_escape_the_string_len(const char* text) {
+    bounded_writer measure = bounded_writer_new(nullptr, 0);
+    escape_append(&measure, text, result_text);
+    return measure.used + 1;
+}
+
+void xml_escape_the_string(const char* text, char* out) {
+    const std::size_t size = xml_escape_the_string_len(text) - 1;
+    bounded_writer to = bounded_writer_new(out, static_cast<std::int64_t>(size));
+    escape_append(&to, text, result_text);
+    out[size] = '\0';
+}
+
+// NOLINTNEXTLINE(readability-identifier-naming): fixed name
+char* __strip_escape_and_quotes(const char* text, char* out, std::int32_t size) {
+    if (size < 1) return out;
+    std::int32_t used = 0;
+    for (; *text != '\0' && used < size - 1; ++text) {
+        const bool escaped = text[0] == '\\' && (text[1] == '\\' || text[1] == '"');
+        if (escaped) ++text;
+        if (escaped || (*text != '\\' && *text != '"')) out[used++] = *text;
+    }
+    out[used] = '\0';
+    return out;
 }
 
 int wuic_escape_fqln_part(char* out, std::int32_t out_size, const char* part,

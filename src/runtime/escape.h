@@ -2,6 +2,7 @@
 // identifier.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 struct wms_strbuf;
@@ -24,6 +25,19 @@ const char* wuic_jsesc_ii(wms_strbuf* buf, const char* in, std::int32_t in_len);
 // Markup: newlines kept, control bytes as "?". A cut never splits an entity. Both return the text.
 const char* wuic_sgmlesc(char* out, std::int32_t out_size, const char* in, std::int32_t in_len);
 const char* wuic_sgmlesc_ii(wms_strbuf* buf, const char* in, std::int32_t in_len);
+
+// Markup text and attributes in single quotes, for results that are put together by hand: & < > and
+// the apostrophe are escaped, the double quote is not. The second writes, NUL-terminated, what the
+// first tells the size of, NUL included.
+// REQUIRES: `out` has that size.
+[[nodiscard]] std::size_t xml_escape_the_string_len(const char* text);
+void xml_escape_the_string(const char* text, char* out);
+
+// A word as the command line reads it: double quotes are dropped; so are backslashes, but for the
+// double quote or backslash behind one, which is kept. At most `size` - 1 bytes and a NUL are
+// written; nothing with a size below 1. `out` may be `text`. Returns `out`.
+char* __strip_escape_and_quotes(  // NOLINT(readability-identifier-naming): fixed name
+    const char* text, char* out, std::int32_t size);
 
 // Dotted location names (campus.building.floor.area): in a part, backslashes are doubled and dots
 // escaped. Results as fsb (fsb.h).

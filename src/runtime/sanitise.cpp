@@ -48,3 +48,9 @@ bool is_restricted_filename(const char* name) {
     return text.front() == '.' || text.size() > filename_max ||
            std::ranges::any_of(text, is_refused_in_name) || !is_sanitized(name);
 }
+
+// NOLINTNEXTLINE(readability-identifier-naming): fixed name
+int isDirectoryFormat(const char* text) {
+    if (text == nullptr) return 0;
+    return std::strchr(text, '/') != nullptr || std::strstr(text, "..") != nullptr ? 1 : 0;
+}

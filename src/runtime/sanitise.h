@@ -12,3 +12,6 @@
 // hold a separator of either kind or a control byte, exceed 255 bytes, or fail is_sanitized. An
 // empty one passes: browsers send it where no file was chosen.
 [[nodiscard]] bool is_restricted_filename(const char* name);
+// 1 when the text holds a "/" or "..", so that as a file name it could leave its directory; else 0.
+[[nodiscard]] int isDirectoryFormat(  // NOLINT(readability-identifier-naming): fixed name
+    const char* text);

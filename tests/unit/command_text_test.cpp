@@ -1,7 +1,13 @@
-// A browser's command before it is sent, and what becomes of the reply.
+// A browser's command before it is sent: what it says, who may send it; and what becomes of the
+// reply.
 #include <random>
 
+#include "runtime/error_response.h"
+
 #include "backend/command_endpoints.h"
+#include "backend/command_policy.h"
+#include "backend/command_run.h"
+#include "backend/query_endpoints.h"
 
 #include "service_support.h"
 
@@ -36,12 +42,119 @@ TEST(CommandText, DecodingAgreesWithItsDefinition) {
     }
 }
 
-TEST(CommandText, MessagesGoBeforeRepliesAndAreEscaped) {
-    const std::string rows[][2] = {{"", "<re/>"}, {"a <b>", "<re><ERROR>a &lt;b&gt;</ERROR></re>"}};
+TEST(CommandText, MessagesGoBeforeRepliesAndStandAsTheyAre) {
+    const std::string rows[][2] = {{"", "<re/>"}, {"a <b>", "<re><ERROR>a <b></ERROR></re>"}};
     for (const auto& [message, body] : rows) {
         scoped_strbuf response;
         EXPECT_EQ(command_append_reply(response, "<re/>", 5, message.c_str()), 0);
         EXPECT_EQ(text_of(response.buf), body);
+    }
+}
+
+session_record of_role(std::string_view role) {
+    session_record session{};
+    session.found = true;
+    role.copy(session.role, sizeof session.role - 1);
+    return session;
+}
+
+// The first letters of the roles that may send it, a capital one for root.
+std::string allowed_for(bool (*judge)(const session_record*, std::string_view),
+                        std::string_view command) {
+    std::string letters;
+    for (const std::string_view role : {"root", "standard", "network-operations", "read-only",
+                                        "ap-provisioning", "guest-provisioning"}) {
+        const session_record session = of_role(role);
+        const std::vector<char> exact(command.begin(), command.end());
+        const char letter = role == "root" ? 'R' : role.front();
+        if (judge(&session, {exact.data(), exact.size()})) letters += letter;
+    }
+    return letters;
+}
+
+TEST(CommandPolicy, InternalRequestsAreOpenByRole) {
+    constexpr std::pair<std::string_view, const char*> rows[] = {
+        {"", "Rsnrag"},
+        {"show wuic:audit", "Rsnrag"},
+        {"wuic", "Rsnrag"},
+        {"wuicx:audit", "Rsnrag"},
+        {"wuic:", "R"},
+        {"wuic:basic-info", "Rsnrag"},
+        {"wuic:basic-info?x=1", "R"},
+        {"wuic:basic-info x", "R"},
+        {"wuic:syscontact", "Rsnrag"},
+        {"wuic:syslocation", "Rsnrag"},
+        {"wuic:cache show roleinfo", "Rsnrag"},
+        {"wuic:cache showroleinfo", "R"},
+        {"wuic:cache clear", "R"},
+        {"wuic:write memory", "Rsn"},
+        {"wuic:write memory x", "R"},
+        {"wuic:exec-query?query=x", "Rsnra"},
+        {"wuic:exec-query-all?query=x", "R"},
+        {"wuic:get-running-config?appid=8214", "Rsr"},
+        {"wuic:get-running-config-clrtxt?appid=1", "R"},
+        {"wuic:get-user-record?u", "Rsnr"},
+        {"wuic:get-all-user-records?", "Rsnr"},
+        {"wuic:telm?msgType=1&srcIP=1.2.3.4", "Rsr"},
+        {"wuic:adduser?uid=x", "R"},
+        {" \t\v\f wUiC:adduser?uid=x", "R"},
+        {"\x01\x7FWUIC:audit?type=1", "R"},
+        {" WUIC:telm?x", "Rsr"},
+        {"wuic:BASIC-INFO", "R"},
+    };
+    for (const auto& [command, roles] : rows) {
+        EXPECT_EQ(allowed_for(command_is_permitted, command), roles) << command;
+    }
+}
+
+TEST(CommandPolicy, TheFastPathTakesThreeWordsFromEverybody) {
+    constexpr std::pair<std::string_view, const char*> rows[] = {
+        {"show clock", "Rsnrag"}, {" \tshow\tclock", "Rsnrag"},
+        {"ping", "Rsnrag"},       {"traceroute x", "Rsnrag"},
+        {"showx", "Rs"},          {"Show clock", "Rs"},
+        {"reload show", "Rs"},    {"", "Rs"},
+        {"wuic:basic-info", ""},  {" WUIC:telm?x", ""},
+    };
+    for (const auto& [command, roles] : rows) {
+        EXPECT_EQ(allowed_for(fast_path_is_permitted, command), roles) << command;
+    }
+}
+
+// A record that some cookie left behind has no role, whatever stands in it.
+TEST(CommandPolicy, WithoutASessionThereIsNoRole) {
+    session_record stale = of_role("root");
+    stale.found = false;
+    EXPECT_FALSE(command_is_permitted(&stale, "wuic:basic-info"));
+    EXPECT_FALSE(fast_path_is_permitted(&stale, "reload"));
+}
+
+TEST(CommandText, SplittingSkipsWhatIsEmptyAndKnowsItsLimit) {
+    std::string text = ",,a,,b,";
+    command_list list;
+    ASSERT_TRUE(command_split(text.data(), ",", &list));
+    ASSERT_EQ(list.count, 2U);
+    EXPECT_STREQ(list.items[1], "b");
+    for (const std::size_t count : {4096U, 4097U}) {
+        text.clear();
+        for (std::size_t i = 0; i < count; ++i)
+            text += "x,";
+        EXPECT_EQ(command_split(text.data(), ",", &list), count == 4096);
+    }
+}
+
+TEST(SaveConfiguration, ReplacesTheResponseByItsOutcome) {
+    const std::string rows[][3] = {
+        {"<re/>", "", "<re><SUCCESS></SUCCESS></re>"},
+        {"", "", "<re><SUCCESS></SUCCESS></re>"},
+        {"<re/>", "disk <full>", "<re><ERROR>Error Saving Configuration</ERROR></re>"}};
+    for (const auto& [output, message, body] : rows) {
+        scoped_strbuf response;
+        wms_strbuf_append(response, "old", 3);
+        session_record session = of_role("root");
+        fake_helper helper(wire_reply(output, message));
+        EXPECT_EQ(saveConfiguration("", response, &session, nullptr, nullptr), 0);
+        EXPECT_EQ(helper.asked().at(3), "wuic:write memory");
+        EXPECT_EQ(text_of(response.buf), xml_header + body);
     }
 }
 

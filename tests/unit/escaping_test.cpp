@@ -1,6 +1,8 @@
 // Escaping for SQL, JavaScript, markup and location names; error documents; random identifiers.
 #include "runtime/error_response.h"
 #include "runtime/escape.h"
+#include "runtime/result_builder.h"
+#include "runtime/sanitise.h"
 #include "runtime/strbuf.h"
 
 #include "input_support.h"
@@ -31,6 +33,49 @@ TEST(sql_escaping, gives_the_whole_text_or_a_failure_and_nothing) {
 TEST(javascript_escaping, lets_no_closing_tag_form) {
     scoped_strbuf buf;
     EXPECT_STREQ(wuic_jsesc_ii(buf, "a\r\n\"\\'</script>", -1), R"(a\r\n\"\\'<"+"/script"+">)");
+}
+
+TEST(result_escaping, needs_exactly_the_size_that_it_tells) {
+    for (const auto& [text, escaped] : text_pairs{{"", ""},
+                                                  {"a\"b\xC3\xA4\n", "a\"b\xC3\xA4\n"},
+                                                  {"<'&'>", "&lt;&#39;&amp;&#39;&gt;"}}) {
+        const exact_copy out{std::string(xml_escape_the_string_len(text.c_str()), 'x')};
+        xml_escape_the_string(text.c_str(), out.data());
+        EXPECT_EQ(out.view(), escaped + '\0');
+    }
+}
+
+TEST(quoted_words, lose_their_quotes_and_escapes) {
+    for (const auto& [text, word] : text_pairs{{R"("a b")", "a b"},
+                                               {R"(a\\b\"c\d\)", R"(a\b"cd)"},
+                                               {R"("\"\\"x")", R"("\x)"},
+                                               {"abcdefghijkl", "abcdefg"},
+                                               {R"(""abcdefghi)", "abcdefg"}}) {
+        const exact_copy out{std::string(8, 'x')};
+        EXPECT_STREQ(__strip_escape_and_quotes(text.c_str(), out.data(), 8), word.c_str());
+    }
+    EXPECT_EQ(__strip_escape_and_quotes("x", nullptr, 0), nullptr);
+}
+
+TEST(result_documents, are_built_in_order_in_a_fixed_buffer) {
+    char storage[128] = "old";
+    fsb buf;
+    fsb_new(&buf, storage, sizeof storage);
+    fsb_fmt(&buf, "leftover");
+    obs_start_result(&buf);
+    obs_start_table(&buf, "T");
+    obs_add_data(&buf, "n", "v<");
+    obs_end_table(&buf);
+    EXPECT_EQ(obs_end_result(&buf), 49);
+    EXPECT_STREQ(storage, "<re><t name='T'><data name='n'>v<</data></t></re>");
+    EXPECT_EQ(obs_strdup(nullptr), nullptr);
+}
+
+TEST(file_names, that_could_leave_their_folder_are_told) {
+    for (const auto& [name, told] : text_pairs{
+             {"a/b", "1"}, {"..", "1"}, {"x..y", "1"}, {"a.b", "0"}, {"", "0"}, {".", "0"}}) {
+        EXPECT_EQ(std::to_string(isDirectoryFormat(name.c_str())), told) << name;
+    }
 }
 
 // A backslash left alone at the end would take the closing quote of the literal with it.

@@ -1,0 +1,66 @@
+#include "backend/command_run.h"
+
+#include <cstdio>
+
+#include "runtime/session_record.h"
+#include "runtime/strbuf.h"
+
+#include "backend/command_policy.h"
+
+namespace {
+
+using std::string_view;
+
+constexpr string_view error_start = "<re><ERROR>";
+constexpr string_view error_end = "</ERROR></re>";
+
+bool is_error_document(string_view message) {
+    return message.find("<ERROR>") != string_view::npos ||
+           message.find("<error>") != string_view::npos;
+}
+
+int append(wms_strbuf* response, string_view text) {
+    return wms_strbuf_append(response, text.data(), static_cast<std::int32_t>(text.size()));
+}
+
+}  // namespace
+
+command_outcome command_run(const session_record* session, const char* command) {
+    command_outcome outcome;
+    char* output = nullptr;
+    const int result = wuic_cli_execute(session->user, session->ip, session->sid, command, &output,
+                                        &outcome.reply_len, outcome.msg, sizeof outcome.msg);
+    outcome.reply.reset(output);
+    outcome.failed = result != 0 || outcome.msg[0] != '\0';
+    return outcome;
+}
+
+command_outcome command_run_typed(const session_record* session, const char* command) {
+    if (command_is_permitted(session, command)) return command_run(session, command);
+    command_outcome outcome;
+    std::snprintf(outcome.msg, sizeof outcome.msg, "%s", command_refusal);
+    outcome.failed = true;
+    return outcome;
+}
+
+int command_append_error(wms_strbuf* response, string_view message) {
+    if (is_error_document(message)) return append(response, message);
+    const std::size_t size = error_start.size() + message.size() + error_end.size();
+    if (wms_strbuf_reserve(response, static_cast<std::int64_t>(size)) != 0) return -1;
+    append(response, error_start);
+    append(response, message);
+    return append(response, error_end);
+}
+
+int command_append_reply(wms_strbuf* response, const char* reply, std::int32_t reply_len,
+                         const char* msg) {
+    if (reply == nullptr || msg[0] != '\0') return command_append_error(response, msg);
+    if (wms_strbuf_reserve(response, reply_len) != 0) return -1;
+    return wms_strbuf_append(response, reply, reply_len);
+}
+
+int command_finish(wms_strbuf* response, int result) {
+    if (result == 0) return 0;
+    wms_strbuf_clear(response);
+    return -1;
+}

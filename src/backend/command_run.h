@@ -1,0 +1,39 @@
+// One command of a session, from the judgement to what the browser reads of the answer.
+#pragma once
+
+#include <cstdint>
+#include <string_view>
+
+#include "platform/ownership.h"
+
+#include "backend/cli_helper.h"
+
+struct session_record;
+struct wms_strbuf;
+
+struct command_outcome {
+    malloc_text reply;  // null when there was none
+    std::int32_t reply_len = 0;
+    char msg[cli_message_size] = "";
+    bool failed = false;  // the exchange failed, or there is a message
+};
+
+// Has the CLI helper run one of the program's own commands as the session's user.
+[[nodiscard]] command_outcome command_run(const session_record* session, const char* command);
+
+// The same for a command that the caller typed: one that the session's role may not send
+// (command_policy.h) has failed with the message command_refusal, and nothing was sent.
+[[nodiscard]] command_outcome command_run_typed(const session_record* session, const char* command);
+
+// Appends an error: as it stands when it is an error document itself, else as
+// "<re><ERROR>message</ERROR></re>". Returns 0; -1, the response unchanged, when it cannot grow.
+[[nodiscard]] int command_append_error(wms_strbuf* response, std::string_view message);
+
+// Appends what the helper answered: the reply (null when there was none) when `msg` is empty, else
+// the error. Result as command_append_error.
+[[nodiscard]] int command_append_reply(wms_strbuf* response, const char* reply,
+                                       std::int32_t reply_len, const char* msg);
+
+// The end of a handler that put its response together in steps: where `result` is not 0, memory ran
+// out, and half a document helps nobody. The response is then emptied. Returns 0 or -1.
+[[nodiscard]] int command_finish(wms_strbuf* response, int result);
