@@ -1,11 +1,11 @@
 #include "backend/cli_reader.h"
 
 #include <cstring>
+#include <utility>
 
-#include "runtime/session_record.h"
 #include "runtime/strbuf.h"
 
-#include "backend/cli_helper.h"
+#include "backend/command_run.h"
 #include "backend/markup.h"
 
 namespace {
@@ -32,15 +32,10 @@ int cli_reader_execute(cli_reader* reader, const session_record* session, const 
     wms_strbuf_fmt(line, "%s%s%s", command, has_argument ? " " : "", has_argument ? argument : "");
     if (line.buf.data == nullptr) return -1;
     line.buf.data[std::strcspn(line.buf.data, "\r\n")] = '\0';
-
-    char* reply = nullptr;
-    std::int32_t length = 0;
-    char msg[cli_message_size];
-    const int result = wuic_cli_execute(session->user, session->ip, session->sid, line.buf.data,
-                                        &reply, &length, msg, sizeof msg);
-    reader->reply.reset(reply);
-    if (result != 0 || msg[0] != '\0') return -1;
-    return sgml_tokenizer_init(&reader->tokenizer, reply, length);
+    command_outcome outcome = command_run(session, line.buf.data);
+    reader->reply = std::move(outcome.reply);
+    if (outcome.failed) return -1;
+    return sgml_tokenizer_init(&reader->tokenizer, reader->reply.get(), outcome.reply_len);
 }
 
 bool cli_reader_is_open(const sgml_tokenizer* tokenizer, const char* name) {

@@ -106,15 +106,10 @@ int append_success(wms_strbuf* response, string_view output) {
 }
 
 int run_fast_path(wms_strbuf* response, const char* command) {
-    char* output = nullptr;
-    std::int32_t length = 0;
-    char msg[cli_message_size];
-    const int result = wuic_fpcli_execute(fast_path_user, fast_path_role, command, &output, &length,
-                                          msg, sizeof msg);
-    const malloc_text reply(output);
-    if (msg[0] != '\0') return command_append_error(response, msg);
-    if (result != 0 || !reply) return command_append_error(response, command_refusal);
-    const string_view text(reply.get(), static_cast<std::size_t>(length));
+    const command_outcome outcome = command_run_fast(fast_path_user, fast_path_role, command);
+    if (outcome.msg[0] != '\0') return command_append_error(response, outcome.msg);
+    if (outcome.failed || !outcome.reply) return command_append_error(response, command_refusal);
+    const string_view text = command_reply(outcome);
     return tells_of_error(text) ? command_append_error(response, text)
                                 : append_success(response, text);
 }

@@ -6,6 +6,7 @@
 #include "runtime/strbuf.h"
 
 #include "backend/command_policy.h"
+#include "backend/fast_path.h"
 
 namespace {
 
@@ -41,6 +42,21 @@ command_outcome command_run_typed(const session_record* session, const char* com
     std::snprintf(outcome.msg, sizeof outcome.msg, "%s", command_refusal);
     outcome.failed = true;
     return outcome;
+}
+
+command_outcome command_run_fast(const char* user, const char* role, const char* command) {
+    command_outcome outcome;
+    char* output = nullptr;
+    const int result = wuic_fpcli_execute(user, role, command, &output, &outcome.reply_len,
+                                          outcome.msg, sizeof outcome.msg);
+    outcome.reply.reset(output);
+    outcome.failed = result != 0 || outcome.msg[0] != '\0';
+    return outcome;
+}
+
+string_view command_reply(const command_outcome& outcome) {
+    if (!outcome.reply || outcome.reply_len < 0) return {};
+    return {outcome.reply.get(), static_cast<std::size_t>(outcome.reply_len)};
 }
 
 int command_append_error(wms_strbuf* response, string_view message) {

@@ -25,6 +25,13 @@ struct command_outcome {
 // (command_policy.h) has failed with the message command_refusal, and nothing was sent.
 [[nodiscard]] command_outcome command_run_typed(const session_record* session, const char* command);
 
+// One through the fast path, as the user and in the role given.
+[[nodiscard]] command_outcome command_run_fast(const char* user, const char* role,
+                                               const char* command);
+
+// The reply, empty when there was none; it lives in the outcome.
+[[nodiscard]] std::string_view command_reply(const command_outcome& outcome);
+
 // Appends an error: as it stands when it is an error document itself, else as
 // "<re><ERROR>message</ERROR></re>". Returns 0; -1, the response unchanged, when it cannot grow.
 [[nodiscard]] int command_append_error(wms_strbuf* response, std::string_view message);

@@ -8,10 +8,10 @@
 #include "runtime/sgml_text.h"
 #include "runtime/strbuf.h"
 
+#include "backend/command_run.h"
 #include "backend/markup.h"
 #include "backend/sgml_tokenizer.h"
 
-#include "monitor/command_result.h"
 #include "monitor/monitor_handlers.h"
 
 namespace {
@@ -66,7 +66,7 @@ std::string plain_name(std::string_view text, bool is_cdata) {
     return std::string(is_quotable(plain) ? plain : "");
 }
 
-void append_result(wms_strbuf* out, std::string_view label, const command_result& result) {
+void append_result(wms_strbuf* out, std::string_view label, const command_outcome& result) {
     const std::string_view reply = command_reply(result);
     const auto length = static_cast<std::int32_t>(reply.size());
     wms_strbuf_fmt(out, "<result cmd=\"");
@@ -83,7 +83,7 @@ void look_up(wms_strbuf* out, const session_record* session, const char* each,
     if (name.empty()) return;
     char line[line_size];
     std::snprintf(line, sizeof line, "%s '%s'", each, name.c_str());
-    const command_result result = command_run(session, line);
+    const command_outcome result = command_run(session, line);
     std::snprintf(line, sizeof line, "%s %s", each, name.c_str());
     append_result(out, line, result);
 }
@@ -129,7 +129,7 @@ int wuic_get_role_policy_raw(const char* /*key*/, wms_strbuf* response, session_
                              pg_conn* /*db*/, cgi* /*input*/) {
     wms_strbuf_fmt(response, "%s<rawdata>\n", xml_header);
     for (const policy_command& row : policy_commands) {
-        const command_result result = command_run(session, row.command);
+        const command_outcome result = command_run(session, row.command);
         append_result(response, row.command, result);
         if (row.each != nullptr) look_up_rows(response, session, row.each, command_reply(result));
     }

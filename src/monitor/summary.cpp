@@ -5,12 +5,13 @@
 #include "runtime/cgi.h"
 #include "runtime/error_response.h"
 #include "runtime/log.h"
+#include "runtime/session_record.h"
 #include "runtime/sgml_text.h"
 #include "runtime/strbuf.h"
 
+#include "backend/command_run.h"
 #include "backend/markup.h"
 
-#include "monitor/command_result.h"
 #include "monitor/monitor_handlers.h"
 #include "monitor/shell_capture.h"
 #include "monitor/status_fragments.h"
@@ -26,7 +27,7 @@ constexpr int operand_log_line = 2169;  // part of the log line's fixed text
 // An item and, for a command, what came back.
 struct item_result {
     const summary_item* item;
-    command_result result;
+    command_outcome result;
 };
 
 bool contains(std::string_view text, std::string_view part) {
@@ -35,7 +36,7 @@ bool contains(std::string_view text, std::string_view part) {
 
 // Asked for by name, the controller's view is shown in any case. A controller that does not answer
 // is held to be a master.
-items_view choose_view(const command_result& basic_info, const char* operand) {
+items_view choose_view(const command_outcome& basic_info, const char* operand) {
     if (operand != nullptr && operand == controller_operand) {
         controller_log(log_debug, "XML value: %s in line:%d", operand, operand_log_line);
         return summary_controller_items();
@@ -62,7 +63,7 @@ void run_commands(std::vector<item_result>* plan, const session_record* session)
         if (item.kind == item_kind::reply || item.kind == item_kind::raw_reply) {
             entry.result = command_run(session, command);
         } else if (item.kind == item_kind::fast_path) {
-            entry.result = command_run_fast(session, command);
+            entry.result = command_run_fast(session->user, session->role, command);
         }
     }
 }
@@ -83,8 +84,8 @@ void write_raw(wms_strbuf* out, std::string_view text) {
     wms_strbuf_fmt(out, "]]></result>");
 }
 
-void write_reply(wms_strbuf* out, const command_result& result) {
-    if (!command_succeeded(result)) {
+void write_reply(wms_strbuf* out, const command_outcome& result) {
+    if (result.failed || !result.reply) {
         wms_strbuf_fmt(out, "<status>error</status>\n");
         write_raw(out, result.msg);
         wms_strbuf_fmt(out, "\n");
@@ -122,7 +123,7 @@ int write_item(wms_strbuf* out, std::size_t id, const item_result& entry,
 
 int wuic_get_monitor_summary_data(const char* /*key*/, wms_strbuf* response,
                                   session_record* session, pg_conn* /*db*/, cgi* input) {
-    const command_result basic_info = command_run(session, "wuic:basic-info");
+    const command_outcome basic_info = command_run(session, "wuic:basic-info");
     std::vector<item_result> plan =
         plan_items(choose_view(basic_info, cgi_named_value(input, "operand")));
     run_commands(&plan, session);
