@@ -6,7 +6,6 @@
 
 #include "runtime/cgi.h"
 #include "runtime/error_response.h"
-#include "runtime/session_record.h"
 #include "runtime/strbuf.h"
 #include "runtime/url.h"
 
