@@ -12,7 +12,7 @@ packages_of() {
             jq python3 iproute2 util-linux procps libgtest-dev ;;
         test) echo python3-pytest python3-psycopg2 ;;
         lint) echo clang clang-format clang-tidy cppcheck shellcheck ;;
-        bench) echo libbenchmark-dev hyperfine ;;
+        bench) echo libbenchmark-dev libexpat1-dev libpugixml-dev libxml2-dev hyperfine ;;
         *) die "unknown package group: $1" ;;
     esac
 }
