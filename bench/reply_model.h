@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -42,7 +43,27 @@ enum class element_kind : std::uint8_t {
     cell,
     unknown,
 };
-element_kind element_within(element_kind parent, const char* name);
+inline element_kind element_within(element_kind parent, const char* name) {
+    using enum element_kind;
+    const auto is = [name](const char* other) { return std::strcmp(name, other) == 0; };
+    switch (parent) {
+        case outside:
+            return is("re") ? reply : unknown;
+        case reply:
+            if (is("data") || is("cmd")) return value;
+            if (is("ERROR") || is("error")) return error;
+            return is("t") ? table : unknown;
+        case table:
+            if (is("r")) return row;
+            return is("th") ? heading_row : unknown;
+        case heading_row:
+            return is("h") ? heading : unknown;
+        case row:
+            return is("c") ? cell : unknown;
+        default:
+            return unknown;
+    }
+}
 
 // An index of every `step`-th text, numbered from 0.
 std::vector<model_index_entry> model_index(const std::vector<const char*>& texts, std::size_t step);

@@ -24,10 +24,13 @@ const char* trimmed(const char* text) {
     return text;
 }
 
-// The replies hold no element with more than one piece of text.
+// Plain text is kept in the element itself, so a child is a CDATA section. The replies hold no
+// element with more than one piece of text.
 const char* text_of(xml_node element) {
-    const xml_node content = element.first_child();
-    return content.type() == pugi::node_cdata ? trimmed(content.value()) : element.child_value();
+    const char* const text = element.value();
+    if (*text != '\0') return text;
+    const xml_node section = element.first_child();
+    return section ? trimmed(section.value()) : text;
 }
 
 void add_texts(std::vector<const char*>* to, xml_node parent, element_kind kind,
