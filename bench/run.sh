@@ -1,14 +1,56 @@
 #!/bin/bash
-# Measures the program beside its yardstick and prints the tables; see docs/benchmarks.md.
+# Measures the program beside its yardsticks and prints the tables; see docs/benchmarks.md.
 #
-#   bench/run.sh
+#   bench/run.sh            everything
+#   bench/run.sh processes  whole requests, from exec to exit
+#   bench/run.sh replies    reading replies, beside libraries that read XML
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 # shellcheck source=scripts/lib.sh
 . scripts/lib.sh
 
+measure_processes() {
+    build_preset release
+    gcc -O2 -o build/release/connect_in_turn bench/peers/connect_in_turn.c \
+        "-I$(pg_config --includedir)" -lpq
+    enter_sandbox --services all -- bench/whole_process.sh
+}
+
+# One row for each work and size; the medians of all readers, in MiB/s.
+reply_table() {
+    jq -r '
+        [.benchmarks[] | select(.aggregate_name == "median")
+            | (.run_name | split("/")) as [$work, $size, $reader]
+            | {$work, $size, $reader, speed: (.bytes_per_second / 1048576 | round)}] as $all
+        | ["ours", "Expat", "pugixml", "libxml2"] as $readers
+        | "| [MiB/s] | \($readers | join(" | ")) |", "|---|\($readers | map("---|") | add)",
+          ("model", "tokens" | . as $work
+            | "2 KB", "200 KB", "8 MB" | . as $size
+            | [$readers[] as $reader
+                | $all[] | select([.work, .size, .reader] == [$work, $size, $reader]).speed]
+            | "| \($work), \($size) | \(join(" | ")) |")'
+}
+
+measure_replies() {
+    build_preset bench
+    local result=build/bench/reply_reading.json
+    build/bench/bench/reply_reading --benchmark_repetitions=9 --benchmark_min_time=0.2 \
+        --benchmark_enable_random_interleaving=true --benchmark_report_aggregates_only=true \
+        --benchmark_format=json >"$result" 2>build/bench/reply_reading.err ||
+        { cat build/bench/reply_reading.err >&2 && die "the readers of replies were not measured"; }
+    echo
+    echo "## Reading replies"
+    echo
+    reply_table <"$result"
+}
+
 scripts/packages.sh run bench
-build_preset release
-gcc -O2 -o build/release/connect_in_turn bench/peers/connect_in_turn.c \
-    "-I$(pg_config --includedir)" -lpq
-enter_sandbox --services all -- bench/whole_process.sh
+case ${1:-} in
+    '')
+        measure_processes
+        measure_replies
+        ;;
+    processes) measure_processes ;;
+    replies) measure_replies ;;
+    *) die "unknown benchmark: $1" ;;
+esac

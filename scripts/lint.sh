@@ -1,6 +1,6 @@
 #!/bin/bash
 # The checks on the code: formatting, include direction, headers that compile alone, Clang's warnings,
-# clang-tidy, cppcheck, shell scripts. All are run, then the ones that failed are named.
+# benchmarks that run, clang-tidy, cppcheck, shell scripts. All are run, then the ones that failed are named.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 # shellcheck source=scripts/lib.sh
@@ -44,6 +44,14 @@ headers() {
     }
 }
 
+# The reply benchmark also checks that all of its readers build the same model.
+benchmarks() {
+    ctest --test-dir build/clang --output-on-failure -R '^reply_reading$' >build/benchmarks.log || {
+        tail -n 40 build/benchmarks.log
+        return 1
+    }
+}
+
 # The compilation database of the Clang build: it holds no option that only GCC knows.
 tidy() {
     local log=build/tidy.log
@@ -64,13 +72,14 @@ shell_scripts() {
     shellcheck -x run.sh test.sh .ci/run scripts/*.sh bench/*.sh
 }
 
-scripts/packages.sh run lint
+scripts/packages.sh run lint bench
 mkdir -p build
 check formatting formatting
 check "include direction" includes
 check "shell scripts" shell_scripts
 check "Clang's warnings" clang_build
 check "headers alone" headers
+check "benchmarks run" benchmarks
 check clang-tidy tidy
 check cppcheck analysis
 if ((${#failed[@]} > 0)); then
