@@ -8,8 +8,8 @@ WAIT_LIMIT = 30
 
 
 class Control:
-    def __init__(self, path, faults, helper):
-        self._faults, self._helper = faults, helper
+    def __init__(self, path, faults, configuration, helper):
+        self._faults, self._configuration, self._helper = faults, configuration, helper
         self._socket = services.bind_unix(path)
 
     def serve(self):
@@ -35,6 +35,7 @@ class Control:
             self._faults.release()
         elif verb == "reset":
             self._faults.reset()
+            self._configuration.reset()
             self._helper.resume()
         elif verb == "wait-held":
             if not self._faults.wait_held(order.get("count", 1), WAIT_LIMIT):

@@ -12,6 +12,7 @@ import sys
 sys.dont_write_bytecode = True  # a checkout stays as it was found
 
 import answers
+import configuration
 import control
 import faults
 import services
@@ -29,7 +30,7 @@ CERTIFICATE_STATUS_REPLY = 8200
 
 def arguments():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
-    parser.add_argument("--data", required=True, help="folder with commands/, users.json, clients.json")
+    parser.add_argument("--data", required=True, help="folder with commands/ and the JSON files")
     parser.add_argument("--log", required=True, help="file to which received requests are appended")
     parser.add_argument("--control", required=True, help="path of the control socket (see simctl.py)")
     return parser.parse_args()
@@ -39,7 +40,8 @@ def start(options):
     known = answers.Answers(options.data)
     record = traffic.Traffic(options.log)
     plans = faults.Faults()
-    helper = services.HelperService(HELPER_SOCKET, known, plans, record)
+    tree = configuration.Configuration(options.data, known)
+    helper = services.HelperService(HELPER_SOCKET, known, tree, plans, record)
     return [
         helper,
         services.DatagramService("fast", FAST_PATH_PORT, plans,
@@ -51,7 +53,7 @@ def start(options):
         services.DatagramService("ocsp", CERTIFICATE_STATUS_PORT, plans,
                                  services.acknowledged("ocsp", CERTIFICATE_STATUS_REPLY, plans,
                                                        record)),
-        control.Control(options.control, plans, helper),
+        control.Control(options.control, plans, tree, helper),
     ]
 
 

@@ -52,8 +52,9 @@ def bind_unix(path):
 class HelperService:
     """The CLI helper: one request and one reply a connection, connections side by side."""
 
-    def __init__(self, path, answers, faults, traffic):
-        self._answers, self._faults, self._traffic = answers, faults, traffic
+    def __init__(self, path, answers, configuration, faults, traffic):
+        self._answers, self._configuration = answers, configuration
+        self._faults, self._traffic = faults, traffic
         self._accepting = threading.Event()
         self._accepting.set()
         self._socket = bind_unix(path)
@@ -100,6 +101,9 @@ class HelperService:
         for start in range(0, len(reply), step):
             connection.sendall(reply[start:start + step])
 
+    def _role_of(self, request):
+        return self._answers.role_of(request["user"])
+
     def _reply(self, request, plan):
         if "raw" in plan:
             return bytes.fromhex(plan["raw"])
@@ -107,8 +111,10 @@ class HelperService:
             output, message = "", ""
         elif request["command"].startswith("wuic:"):
             output, message = internal.run(self._answers, request)
+        elif self._configuration.serves(request["command"]):
+            output, message = self._configuration.run(request, self._role_of(request)), ""
         else:
-            output, message = self._answers.run(request, self._answers.role_of(request["user"]))
+            output, message = self._answers.run(request, self._role_of(request))
         return wire.helper_reply(
             wire.raw(plan.get("output", output)), wire.raw(plan.get("message", message)),
             plan.get("status", 1 if message else 0),

@@ -13,6 +13,8 @@
 
 #include "monitor/monitor_handlers.h"
 
+#include "api/api_handlers.h"
+
 #include "dispatch/generic_wrapper.h"
 #include "dispatch/not_implemented.h"
 

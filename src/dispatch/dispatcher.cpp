@@ -18,9 +18,9 @@
 #include "runtime/text.h"
 
 #include "backend/permission.h"
+#include "backend/refusals.h"
 
 #include "dispatch/dispatch_table.h"
-#include "dispatch/refusals.h"
 #include "dispatch/setup_page.h"
 #include "dispatch/slow_request_log.h"
 #include "dispatch/token.h"

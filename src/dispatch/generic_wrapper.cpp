@@ -12,8 +12,9 @@
 #include "runtime/strbuf.h"
 #include "runtime/url.h"
 
+#include "backend/refusals.h"
+
 #include "dispatch/dispatch_table.h"
-#include "dispatch/refusals.h"
 
 int generic_wrapper(const char* key, wms_strbuf* response, session_record* session, pg_conn*,
                     cgi* input) {

@@ -32,7 +32,6 @@ inline constexpr request_handler& dap_un_register = not_implemented;
 inline constexpr request_handler& download_import_cap_sample = not_implemented;
 inline constexpr request_handler& download_import_rap_sample = not_implemented;
 inline constexpr request_handler& download_import_sample = not_implemented;
-inline constexpr request_handler& exec_configuration = not_implemented;
 inline constexpr request_handler& execCommandWithContextLync = not_implemented;
 inline constexpr request_handler& execConfigApi = not_implemented;
 inline constexpr request_handler& execIdp = not_implemented;

@@ -1,4 +1,4 @@
-// Refusals that more than one place of this floor answers with.
+// Refusals that more than one floor answers with.
 #pragma once
 
 struct wms_strbuf;

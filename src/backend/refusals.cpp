@@ -1,4 +1,4 @@
-#include "dispatch/refusals.h"
+#include "backend/refusals.h"
 
 #include "runtime/error_response.h"
 #include "runtime/log.h"

@@ -1,0 +1,160 @@
+#include <algorithm>
+#include <array>
+#include <cstdint>
+#include <cstring>
+#include <string_view>
+
+#include "platform/ownership.h"
+
+#include "runtime/body_input.h"
+#include "runtime/cgi.h"
+#include "runtime/log.h"
+#include "runtime/session_record.h"
+#include "runtime/strbuf.h"
+#include "runtime/text.h"
+
+#include "backend/cli_helper.h"
+#include "backend/command_endpoints.h"
+#include "backend/permission.h"
+#include "backend/refusals.h"
+
+#include "api/api_handlers.h"
+#include "api/request_line.h"
+
+namespace {
+
+constexpr std::string_view json_header = "Content-Type: application/json\r\nExpires: 0\r\n\r\n";
+constexpr std::string_view not_supported = R"({"Error": "Method not supported"})";
+constexpr std::string_view invalid_url = R"({"Error": "Invalid URL string"})";
+
+constexpr char log_source[] = "exec_configuration";
+
+constexpr char upload_field[] = "covert_op=fileUpload";
+constexpr std::uint32_t upload_mask = 0x1;
+
+struct operation_row {
+    std::string_view method;
+    std::string_view path;
+    const char* operation;
+    const char* log_line;
+};
+
+constexpr auto operations = std::to_array<operation_row>({
+    {.method = "GET",
+     .path = "/v1/configuration/container",
+     .operation = "get_api",
+     .log_line = "Invoking GET container"},
+    {.method = "GET",
+     .path = "/v1/configuration/object",
+     .operation = "get_api",
+     .log_line = "Invoking GET object"},
+    {.method = "GET",
+     .path = "/v1/configuration/showcommand",
+     .operation = "json",
+     .log_line = "Invoking GET show command"},
+    {.method = "POST",
+     .path = "/v1/configuration/container",
+     .operation = "operation=set",
+     .log_line = "Invoking POST container"},
+    {.method = "POST",
+     .path = "/v1/configuration/object",
+     .operation = "operation=set",
+     .log_line = "Invoking POST object"},
+});
+
+void append(wms_strbuf* response, std::string_view text) {
+    wms_strbuf_append(response, text.data(), static_cast<std::int32_t>(text.size()));
+}
+
+const char* variable_or_empty(const cgi* input, const char* name) {
+    const char* const value = cgi_get_var(input, name);
+    return value != nullptr ? value : "";
+}
+
+void log_request(const cgi* input) {
+    wuic_log(log_debug, " %s %d: Config handler initiated for URI %s http_method %s", log_source,
+             __LINE__, text_or_null(cgi_get_var(input, "REQUEST_URI")),
+             text_or_null(cgi_get_var(input, "REQUEST_METHOD")));
+    wuic_log(log_debug, "%s %d: HTTP Content type = %s", log_source, __LINE__,
+             text_or_null(cgi_get_var(input, "CONTENT_TYPE")));
+}
+
+// Decodes the payload's references where it stands.
+void decode_payload(char* payload) {
+    wuic_log(log_debug, "%s %d: HTTP XML: Actual HTTP Payload length is = %zu payload is %s\n",
+             log_source, __LINE__, std::strlen(payload), payload);
+    command_unencode(payload, static_cast<std::int32_t>(std::strlen(payload)));
+    wuic_log(log_debug, "%s %d: HTTP XML:  after escape length is = %zu payload is %s\n",
+             log_source, __LINE__, std::strlen(payload), payload);
+}
+
+// Whether the payload is all that the client sent: a large one is not kept, and a NUL would cut it.
+bool is_whole(const cgi* input, std::string_view method, const char* payload) {
+    const std::size_t kept = payload != nullptr ? std::strlen(payload) : 0;
+    if (method != "POST") return kept > 0 || *variable_or_empty(input, "QUERY_STRING") == '\0';
+    return body_content_length(input).value_or(0) <= static_cast<std::int64_t>(kept);
+}
+
+// Null, and a log line that says why, for a request that is not served.
+const operation_row* choose_operation(const cgi* input, std::string_view method) {
+    const std::string_view uri = variable_or_empty(input, "REQUEST_URI");
+    const auto* const row = std::ranges::find_if(operations, [=](const operation_row& candidate) {
+        return candidate.method == method && uri.find(candidate.path) != std::string_view::npos;
+    });
+    if (row != operations.end()) {
+        wuic_log(log_debug, "%s", row->log_line);
+        return row;
+    }
+    if (method == "GET" || method == "POST") {
+        wuic_log(log_debug, "%.*s method not supported", static_cast<int>(method.size()),
+                 method.data());
+    } else {
+        wuic_log(log_debug, "BAD Method in REST API request");
+    }
+    return nullptr;
+}
+
+malloc_text build_line(const cgi* input, const operation_row& row) {
+    char* const payload = cgi_query_string(input);
+    if (!is_whole(input, row.method, payload)) return nullptr;
+    if (payload != nullptr) decode_payload(payload);
+    const std::size_t length = payload != nullptr ? std::strlen(payload) : 0;
+    return malloc_text{
+        parse_uri(variable_or_empty(input, "REQUEST_URI"), row.operation, payload, length)};
+}
+
+void run_line(wms_strbuf* response, const session_record* session, const char* line) {
+    char* text = nullptr;
+    std::int32_t length = 0;
+    char msg[cli_message_size];
+    const int result = wuic_cli_execute(session->user, session->ip, session->sid, line, &text,
+                                        &length, msg, sizeof msg);
+    const malloc_text output{text};
+    if (result == 0 && output) wms_strbuf_append(response, output.get(), length);
+}
+
+}  // namespace
+
+int exec_configuration(const char* key, wms_strbuf* response, session_record* session,
+                       pg_conn* /*db*/, cgi* input) {
+    append(response, json_header);
+    log_request(input);
+    const operation_row* const row =
+        choose_operation(input, variable_or_empty(input, "REQUEST_METHOD"));
+    if (row == nullptr) {
+        append(response, not_supported);
+        return 0;
+    }
+    const malloc_text line = build_line(input, *row);
+    if (!line) {
+        append(response, invalid_url);
+        return 0;
+    }
+    if (row->method == "POST" && ::strcasestr(line.get(), upload_field) != nullptr &&
+        !wuic_check_perm(session, upload_mask)) {
+        refuse_permission(response, key);
+        return 0;
+    }
+    run_line(response, session, line.get());
+    return 0;
+}
