@@ -35,11 +35,23 @@ count_round() {
     failed=$((failed + ${round_failed:-0}))
 }
 
+# What checks the OpenAPI document comes from npm, as the lock file pins it.
+install_validator() {
+    local folder=build/openapi
+    [[ ! $folder/node_modules/.package-lock.json -nt tests/openapi/package-lock.json ]] || return 0
+    scripts/packages.sh npm
+    say "installing the validator of the OpenAPI document"
+    mkdir -p "$folder"
+    cp tests/openapi/package.json tests/openapi/package-lock.json "$folder"
+    npm ci --prefix "$folder" --cache "$PWD/build/npm-cache" --ignore-scripts --no-audit --no-fund --loglevel=error
+}
+
 unit_round() {
     count_round unit "$1" "syslog postgres" scripts/test_round.sh unit "${@:2}"
 }
 
 e2e_round() {
+    install_validator
     count_round e2e "$1" all scripts/test_round.sh e2e "${@:2}"
 }
 

@@ -1,5 +1,5 @@
 #!/bin/bash
-# Installs from Debian's packages what the named groups need and what is missing: run, test, lint, bench.
+# Installs from Debian's packages what the named groups need and what is missing: run, test, npm, lint, bench.
 # No service is started, no default database cluster is made, and nothing else of the host changes.
 set -euo pipefail
 here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd -P)
@@ -12,6 +12,8 @@ packages_of() {
             jq python3 iproute2 util-linux procps libgtest-dev ;;
         test) echo python3-pytest python3-psycopg2 ;;
         lint) echo clang clang-format clang-tidy cppcheck shellcheck ;;
+        # Node.js builds from elsewhere bring their own npm, and exclude Debian's.
+        npm) [[ -x /usr/bin/npm ]] || echo npm ;;
         bench) echo libbenchmark-dev libexpat1-dev libpugixml-dev libxml2-dev hyperfine ;;
         *) die "unknown package group: $1" ;;
     esac
