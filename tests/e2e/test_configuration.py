@@ -1,4 +1,4 @@
-"""The configuration API over several requests."""
+"""The configuration API: what reaches the controller, what comes back, what is refused before."""
 
 import json
 
@@ -6,34 +6,86 @@ import pytest
 
 import harness
 
-OBJECT = "/v1/configuration/object/"
 
-
-def call(sid, name, body=None, config_path="/hq/mynode"):
-    path = "%s%s?config_path=%s&UIDQORIN=%s" % (OBJECT, name, config_path, sid)
+def call(sid, target, body=None):
+    """A GET, with a body a POST; the token is added to the query."""
+    path = "/v1/configuration/%s%sUIDQORIN=%s" % (target, "&" if "?" in target else "?", sid)
     method = "GET" if body is None else "POST"
     return harness.http_request(path, method, body or b"", harness.as_session(sid))
 
 
-def vlans(sid, config_path):
-    found = json.loads(call(sid, "vlan", None, config_path).text)["objects"]["vlan"]
-    return {vlan["id"]: vlan.get("description") for vlan in found}
+def result(response):
+    return json.loads(response.text)["_global_result"]["status_str"]
+
+
+@pytest.mark.parametrize("target, body, command", [
+    ("object/vlan", None, "get_api&objname=vlan&config_path=/hq/mynode&UIDQORIN=$SID"),
+    ("container/system?config_path=/hq", None,
+     "get_api&container=system&config_path=/hq&UIDQORIN=$SID"),
+    ("showcommand?json=1&command=show+hostname", None,
+     "json&config_path=/hq/mynode&data=json=1&json=1&command=show+hostname&UIDQORIN=$SID"),
+    ("object/ntp?config_path=%2Fhq", b'{"server":"a&amp;b"}',
+     'operation=set&config_path=/hq&data={ "ntp" : {"server":"a&b"} }'),
+    ("object/fileUpload?file_name=map.svg", b"<svg/>", "operation=set&config_path=/hq/mynode&"
+     "covert_op=fileUpload&file_name=map.svg&data={<svg/>}"),
+])
+def test_a_request_becomes_one_line(admin, target, body, command):
+    response = call(admin, target, body)
+    assert response.header("Content-Type") == "application/json"
+    assert json.loads(response.text).get("_global_result", {"status": 0})["status"] == 0
+    assert [line["command"] for line in harness.traffic()] == [command.replace("$SID", admin)]
+
+
+@pytest.mark.parametrize("target, body, error", [
+    ("objec", None, "Method not supported"),
+    ("showcommand", b"command=show+clock", "Method not supported"),
+    ("object/all", b"", "Invalid URL string"),
+    ("object/ntp?config_path=/hq%0Aoperation=set", b"{}", "Invalid URL string"),
+    ("object/ntp", b"{}\0{}", "Invalid URL string"),
+])
+def test_what_makes_no_line_is_not_sent(admin, target, body, error):
+    assert json.loads(call(admin, target, body).text) == {"Error": error}
+    assert harness.traffic() == []
+
+
+@pytest.mark.parametrize("size, lines", [(102399, 1), (102400, 0)])
+def test_a_large_body_is_sent_whole_or_not_at_all(admin, size, lines):
+    body = b'{"name":"%s"}' % (b"n" * (size - 11))
+    assert ("Invalid URL" in call(admin, "object/hostname", body).text) == (lines == 0)
+    assert [body.decode() in line["command"] for line in harness.traffic()] == [True] * lines
+
+
+@pytest.mark.parametrize("target, body", [
+    ("object/FILEUPLOAD?file_name=a", b"x"), ("container/fileuploads", b""),
+    ("object", b"{}&amp;Covert_Op=FileUpload&file_name=a"),
+])
+def test_files_are_for_the_roles_that_may_everything(reader, target, body):
+    harness.assert_reason(call(reader, target, body), harness.NO_PERMISSION)
+    assert harness.traffic() == []
+    call(harness.add_session(role="standard"), target, body)
+    assert len(harness.traffic()) == 1
+
+
+def test_the_controller_decides_by_the_sessions_user(reader):
+    assert result(call(reader, "object/ntp")) == "Success"
+    assert "not permitted" in result(call(reader, "object/ntp", b'{"server":"a"}'))
+    assert {(line["user"], line["sid"], line["uid"]) for line in harness.traffic()} == {
+        ("reader", reader, 0)}
 
 
 def test_what_is_set_is_read_back_there_and_below(admin):
-    call(admin, "vlan", '{"id": 20, "description": "\\"a\\" & ü%"}'.encode(), "/hq")
-    call(admin, "vlan", b'[{"id": 10, "description": "own"}, {"id": 30}]')
-    assert vlans(admin, "/hq") == {10: "Management", 20: '"a" & ü%'}
-    assert vlans(admin, "/hq/mynode") == {10: "own", 20: '"a" & ü%', 30: None}
-    assert vlans(admin, "/hq/branch") == {10: "Management", 20: "Branch office"}
+    def vlans(node):
+        found = json.loads(call(admin, "object/vlan?config_path=" + node).text)["objects"]["vlan"]
+        return {vlan["id"]: vlan.get("description") for vlan in found}
+
+    call(admin, "object/vlan?config_path=/hq", '{"id": 20, "description": "\\"ü%"}'.encode())
+    call(admin, "object/vlan", b'[{"id": 10, "description": "own"}, {"id": 30}]')
+    assert vlans("/hq") == {10: "Management", 20: '"ü%'}
+    assert vlans("/hq/mynode") == {10: "own", 20: '"ü%', 30: None}
+    assert vlans("/hq/branch") == {10: "Management", 20: "Branch office"}
 
 
-@pytest.mark.parametrize("size, whole", [(102399, True), (102400, False)])
-def test_a_large_body_is_sent_whole_or_not_at_all(admin, size, whole):
-    body = b'{"name": "%s"}' % (b"n" * (size - 12))
-    response = call(admin, "hostname", body)
-    if whole:
-        assert json.loads(response.text)["objects"] == ["hostname"]
-        assert harness.traffic()[0]["command"].endswith(" : %s }" % body.decode())
-    else:
-        assert (response.text, harness.traffic()) == ('{"Error": "Invalid URL string"}', [])
+@pytest.mark.parametrize("plan", [{"close_after": 30}, {"output": "", "message": "<ERROR>busy</ERROR>"}])
+def test_a_failed_exchange_is_an_empty_body(admin, plan):
+    harness.plan(**plan)
+    assert call(admin, "object/ntp").text == ""

@@ -10,15 +10,12 @@ const fs = require("node:fs");
 const Ajv = require("ajv");
 const SwaggerParser = require("@apidevtools/swagger-parser");
 
-const methods = new Set(["get", "post", "put", "delete"]);
-
 // Of each documented response its schema, by what an answer is found with.
 function documentedSchemas(api) {
     const schemas = new Map();
     for (const [path, item] of Object.entries(api.paths)) {
         for (const [method, operation] of Object.entries(item)) {
-            if (!methods.has(method)) continue;
-            for (const [status, response] of Object.entries(operation.responses)) {
+            for (const [status, response] of Object.entries(operation.responses ?? {})) {
                 for (const [type, content] of Object.entries(response.content)) {
                     schemas.set([method, path, status, type].join(" "), content.schema);
                 }

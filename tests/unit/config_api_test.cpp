@@ -23,7 +23,6 @@ TEST_F(config_api, RequestLines) {
     const struct {
         const char *operation, *uri, *payload, *line;
     } rows[] = {
-        {get, "/v1/configuration/object/a?x", "x", "get_api&objname=a&config_path=/hq/mynode&x"},
         {get, "/v1/configuration/objects", "x", "get_api&objname=all&config_path=/hq/mynode&x"},
         {get, "//v1///configuration/container//c/spare/more", "config_path=/a&x",
          "get_api&container=c&config_path=/a&x"},
@@ -41,23 +40,15 @@ TEST_F(config_api, RequestLines) {
          "operation=set&config_path=/hq/mynode&covert_op=CONFIGREPLACEx&data={{}}"},
         {set, "/v1/configuration/object/fileupload?file_name=a%2fb", "1",
          "operation=set&config_path=/hq/mynode&covert_op=fileupload&file_name=a/b&data={1}"},
-        {set, "/v1/configuration/object/FileUpload?file_name", "1",
-         "operation=set&config_path=/hq/mynode&covert_op=FileUpload&file_name=&data={1}"},
-        // Without what the operation needs.
+        // Nothing to ask with; a second field, line or member.
         {get, "/v1/configuration/object/a", "", "none"},
-        {set, "/v1/configuration/object/all", "", "none"},
-        // A second field, line or member.
         {get, "/v1/configuration/object/a&config_path=/b", "x", "none"},
         {get, "/v1/configuration/container&x/a", "x", "none"},
         {set, "/v1/configuration/object/a\"b", "1", "none"},
-        {set, "/v1/configuration/object/a\\", "1", "none"},
         {set, "/v1/configuration/object/a\nb", "1", "none"},
         {set, "/v1/configuration/object/a?config_path=/a%26data=", "1", "none"},
         {set, "/v1/configuration/object/a?config_path=/a%2526amp;", "1", "none"},
-        {set, "/v1/configuration/object/a?config_path=/a%250A", "1", "none"},
-        {set, "/v1/configuration/object/a?config_path=/a%00b", "1", "none"},
         {set, "/v1/configuration/object/a?config_path=/a%2500b", "1", "none"},
-        {set, "/v1/configuration/object/a?file_name=a%0D", "1", "none"},
         {set, "/v1/configuration/object/a?file_name=a%00b", "1", "none"},
     };
     for (const auto& row : rows) {
@@ -67,11 +58,9 @@ TEST_F(config_api, RequestLines) {
 }
 
 TEST_F(config_api, ALineThatDoesNotFitIsNone) {
-    const std::string uri = "/v1/configuration/object/";
-    const std::size_t frame = std::strlen("operation=set&config_path=/hq/mynode&data={ \"\" :  }");
-    const std::string name(255 - frame, 'n');
-    EXPECT_EQ(line((uri + name).c_str(), "operation=set", "12345").size(), 5 + 255U);
-    EXPECT_EQ(line((uri + name + 'n').c_str(), "operation=set", "12345"), "none");
+    const std::string uri = "/v1/configuration/object?config_path=/" + std::string(222, 'p');
+    EXPECT_EQ(line(uri.c_str(), "operation=set", "12345").size(), 5 + 255U);
+    EXPECT_EQ(line((uri + 'p').c_str(), "operation=set", "12345"), "none");
 }
 
 TEST_F(config_api, OtherMethodsAndAMissingUriAreNotSupported) {
