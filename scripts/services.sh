@@ -67,6 +67,8 @@ install_cgi() {
 
 start_program() {
     install -m 755 sim/bin/* /vantor/bin/
+    install -D -m 644 deploy/platform/ap_models.tsv /vantor/share/ap_models.tsv
+    /usr/bin/python3 deploy/platform/vendor_table.py /usr/share/ieee-data /vantor/share/vendors.table
     install_cgi "build/$WMS_PRESET/wms.cgi" /vantor/webui/wms/wms.cgi
     # A sanitized build comes with a program that has faults on purpose.
     if [[ -e build/$WMS_PRESET/faulty ]]; then

@@ -31,6 +31,7 @@ inline constexpr char custom_reports[] = "/flash/upload/custom-reports.xml";
 inline constexpr char integrity_check_result[] = "/tmp/integrity_check_result";
 inline constexpr char tpm_cert_mark[] = "/tmp/tpmCertPresent";
 inline constexpr char capture_template[] = "/tmp/%s-XXXXXX";  // of mkstemp(3), after formatting
+inline constexpr char upload_folder[] = "/flash/upload";
 
 // Switches and traces.
 inline constexpr char http_log_level[] = "/tmp/http_log_level";
@@ -52,6 +53,10 @@ inline constexpr char show_version[] = "/vantor/bin/showVersion";
 inline constexpr char own_version_command[] = "/vantor/webui/wms/wms.cgi wuic softwareVersion";
 inline constexpr char shell[] = "/bin/sh";
 inline constexpr char template_folder[] = "/vantor/webui/sfmt/";
+
+// Tables that are looked up.
+inline constexpr char ap_models[] = "/vantor/share/ap_models.tsv";
+inline constexpr char vendor_table[] = "/vantor/share/vendors.table";
 
 // The kernel's services.
 inline constexpr char random_uuid[] = "/proc/sys/kernel/random/uuid";

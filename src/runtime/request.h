@@ -8,6 +8,8 @@
 #include <cstdint>
 #include <ctime>
 
+#include "platform/mapped_file.h"
+
 #include "runtime/cgi.h"
 #include "runtime/log.h"
 #include "runtime/session_record.h"
@@ -45,6 +47,8 @@ struct request_record {
     remembered mon_debug = remembered::unknown;
     remembered timing = remembered::unknown;
     int timing_semaphore = -1;
+    mapped_file ap_models;  // tables of names, from their first use on
+    mapped_file vendors;
     const char* caller_role = "";  // what the controller lets this process be
     bool wuic_is_cgi_exec =
         false;  // set by this program's own entry; turns the slow-request log off
