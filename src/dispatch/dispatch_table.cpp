@@ -11,7 +11,10 @@
 
 #include "auth/json_login.h"
 
+#include "monitor/csv_export.h"
 #include "monitor/monitor_handlers.h"
+#include "monitor/permissions_page.h"
+#include "monitor/report_store.h"
 
 #include "api/api_handlers.h"
 

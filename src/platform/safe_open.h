@@ -11,5 +11,6 @@
 // that it works under fs.protected_regular=2. Returns the descriptor, or none with errno set.
 [[nodiscard]] unique_fd safe_open_for_writing(const char* path, int flags, mode_t mode);
 
-// Opens a regular file for reading, never through a link in the last element, when it belongs to root or to us; none otherwise.
+// Opens a regular file for reading, never through a link in the last element, when it belongs to
+// root or to us; none otherwise.
 [[nodiscard]] unique_fd safe_open_trusted(const char* path);

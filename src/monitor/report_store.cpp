@@ -1,0 +1,113 @@
+#include "monitor/report_store.h"
+
+#include <cerrno>
+#include <cstdint>
+#include <cstdio>
+#include <fcntl.h>
+#include <string_view>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "platform/free_space.h"
+#include "platform/ownership.h"
+#include "platform/paths.h"
+#include "platform/safe_open.h"
+
+#include "runtime/cgi.h"
+#include "runtime/error_response.h"
+#include "runtime/fsb.h"
+#include "runtime/strbuf.h"
+
+namespace {
+
+constexpr std::int64_t recommended_flash_mib = 2000;
+constexpr mode_t everybody = 0666;  // as far as the umask lets them
+constexpr std::int32_t reason_size = 256;
+constexpr std::size_t path_size = 64;
+
+// Appends all of the file, or nothing.
+bool append_file(wms_strbuf* response, const char* path) {
+    const unique_fd file = safe_open_trusted(path);
+    struct stat facts {};
+    if (!file || ::fstat(file.get(), &facts) != 0 || facts.st_size <= 0) return false;
+    if (wms_strbuf_reserve(response, facts.st_size) != 0) return false;
+    const std::int32_t before = response->length;
+    const std::int32_t whole = before + static_cast<std::int32_t>(facts.st_size);
+    ssize_t got = 1;
+    while (response->length < whole && got != 0) {
+        char* const end = response->data + response->length;
+        got = ::read(file.get(), end, static_cast<std::size_t>(whole - response->length));
+        if (got < 0 && errno != EINTR) break;
+        if (got > 0) response->length += static_cast<std::int32_t>(got);
+    }
+    const bool complete = response->length == whole;
+    if (!complete) response->length = before;
+    response->data[response->length] = '\0';
+    return complete;
+}
+
+bool write_all(int fd, std::string_view data) {
+    while (!data.empty()) {
+        const ssize_t written = ::write(fd, data.data(), data.size());
+        if (written < 0 && errno != EINTR) return false;
+        if (written > 0) data.remove_prefix(static_cast<std::size_t>(written));
+    }
+    return true;
+}
+
+// Writes beside the file, under a name of this process's own, and renames.
+bool replace_file(const char* path, std::string_view data) {
+    char fresh[path_size];
+    std::snprintf(fresh, sizeof fresh, "%s.%d", path, static_cast<int>(::getpid()));
+    const unique_fd file = safe_open_for_writing(fresh, O_WRONLY | O_TRUNC, everybody);
+    if (!file) return false;
+    if (write_all(file.get(), data) && ::fsync(file.get()) == 0 && ::rename(fresh, path) == 0) {
+        return true;
+    }
+    ::unlink(fresh);
+    return false;
+}
+
+void append_flash_warning(fsb* reason) {
+    const std::int64_t free = free_flash_mib();
+    if (free >= recommended_flash_mib) return;
+    fsb_fmt(reason,
+            "There is only %d MB left on the flash. At least %d MB of free flash space is "
+            "recommended to keep the system stable. Please clean-up your flash file system.",
+            static_cast<int>(free), static_cast<int>(recommended_flash_mib));
+}
+
+std::string_view data_of(const cgi_pair& pair) {
+    if (pair.value == nullptr || pair.value_len <= 0) return {};
+    return {pair.value, static_cast<std::size_t>(pair.value_len)};
+}
+
+}  // namespace
+
+int cr_load(const char* /*key*/, wms_strbuf* response, session_record* /*session*/, pg_conn* /*db*/,
+            cgi* /*input*/) {
+    wms_strbuf_clear(response);
+    wms_strbuf_fmt(response, "%s", xml_header);
+    if (append_file(response, paths::custom_reports)) return 0;
+    wms_strbuf_fmt(response, "<qorin><status>ok</status></qorin>");
+    return 0;
+}
+
+int cr_save(const char* /*key*/, wms_strbuf* response, session_record* /*session*/, pg_conn* /*db*/,
+            cgi* input) {
+    const cgi_pair* const operand = cgi_named_pair(input, "operand");
+    if (operand == nullptr) {
+        wuic_generic_error(response, "invalid arguments");
+        return 0;
+    }
+    static_cast<void>(::mkdir(paths::upload_folder, everybody));  // fails where there is one
+    const bool saved = replace_file(paths::custom_reports, data_of(*operand));
+    char text[reason_size] = "";
+    fsb reason;
+    fsb_new(&reason, text, sizeof text);
+    if (!saved) fsb_fmt(&reason, "Internal error!");
+    append_flash_warning(&reason);
+    wms_strbuf_fmt(response, "%s<qorin>\n<status>%s</status>\n<reason>%s</reason>\n</qorin>\n",
+                   xml_header, saved ? "ok" : "error", text);
+    return 0;
+}

@@ -1,0 +1,92 @@
+// Names of models and vendors: the tables, made as they are installed, and damaged ones.
+#include "monitor/ap_names.h"
+
+#include "platform/mapped_file.h"
+#include "platform/model_names.h"
+#include "platform/vendor_names.h"
+
+#include "input_support.h"
+
+namespace {
+
+TEST(model_names, whole_codes_only) {
+    const exact_copy table{"20\tTwenty\n2\tTwo\nbare\n200\tTwo hundred"};
+    for (const auto& [code, name] : text_pairs{{"2", "Two"},
+                                               {"20", "Twenty"},
+                                               {"200", "Two hundred"},
+                                               {"", ""},
+                                               {"bare", ""},
+                                               {"2\tTwo\n200", ""}})
+        EXPECT_EQ(model_name_find(table.view(), code), name) << code;
+    EXPECT_EQ(model_name_find("", "2"), "");
+}
+
+// A large block, with a medium one at its head, a small one in that one, and a small one at its
+// end; the next address is nobody's, and the last block ends where addresses do.
+std::string made_table() {
+    const std::string head = "Registry,Assignment,Organization Name,Organization Address\r\n";
+    put_file("/tmp/oui.csv", head + "MA-L,001B21,\"Große, Inc.\",x\r\nMA-L,001B21,Second,x\r\n" +
+                                 "MA-L,FFFFFF,Last,x\r\n");
+    put_file("/tmp/mam.csv", head + "MA-M,001B210,Medium,x\r\n");
+    put_file("/tmp/oui36.csv", head + "MA-S,001B21001,Small,x\r\nMA-S,001B21FFF,End,x\r\n");
+    put_file("/tmp/iab.csv", head);
+    const std::string script = std::getenv("SANDBOX_CHECKOUT") +
+                               std::string("/deploy/platform/vendor_table.py /tmp /tmp/table");
+    EXPECT_EQ(std::system(script.c_str()), 0);
+    return contents("/tmp/table");
+}
+
+TEST(vendor_names, the_smallest_block_around_an_address_in_any_notation) {
+    const std::string table = made_table();
+    for (const auto& [mac, vendor] : text_pairs{{"00:00:00:00:00:00", ""},
+                                                {"00:1B:20:FF:FF:FF", ""},
+                                                {"00:1b:21:00:00:00", "Medium"},
+                                                {"00-1B-21-00-10-00", "Small"},
+                                                {"001b.2100.1fff", "Small"},
+                                                {"001B21002000", "Medium"},
+                                                {"00:1b:21:10:00:00", "Große, Inc."},
+                                                {"00:1b:21:ff:ef:ff", "Große, Inc."},
+                                                {"00:1b:21:ff:ff:ff", "End"},
+                                                {"00:1b:22:00:00:00", ""},
+                                                {"ff:ff:ff:ff:ff:ff", "Last"},
+                                                {"00:1b:21:00:00:0", ""},
+                                                {"00:1b:21:00:00:000", ""},
+                                                {"00:1b:21:00:00:0g", ""},
+                                                {"", ""}})
+        EXPECT_EQ(vendor_name_find(table, mac.c_str()), vendor) << mac;
+    EXPECT_EQ(vendor_name_find(table, nullptr), "");
+}
+
+TEST(vendor_names, a_damaged_table_is_never_read_beyond) {
+    const std::string table = made_table();
+    for (std::size_t kept = 0; kept < table.size(); ++kept) {
+        const exact_copy cut{table.substr(0, kept)};
+        EXPECT_EQ(vendor_name_find(cut.view(), "ff:ff:ff:ff:ff:ff"), "") << kept;
+        std::string changed = table;
+        changed[kept] = '\xFF';
+        const exact_copy bad{changed};
+        for (const char* mac : {"00:00:00:00:00:00", "00:1b:21:00:10:00", "ff:ff:ff:ff:ff:ff"})
+            static_cast<void>(vendor_name_find(bad.view(), mac));
+    }
+}
+
+TEST(mapped_files, what_is_missing_empty_or_anothers_is_not_mapped) {
+    put_file("/tmp/table", "text");
+    EXPECT_EQ(mapped_bytes(map_file("/tmp/table")), "text");
+    ASSERT_EQ(chown("/tmp/table", 12345, 12345), 0);
+    put_file("/tmp/nothing", "");
+    for (const char* path : {"/tmp/table", "/tmp/nothing", "/tmp/missing", "/tmp"})
+        EXPECT_EQ(mapped_bytes(map_file(path)), "") << path;
+}
+
+TEST(ap_names, without_tables_a_code_stands_for_itself_within_its_room) {
+    const request_record request;
+    for (const auto& [code, expected] :
+         {std::pair{"ABCDEFG", "ABCDEFG"}, {"ABCDEFGH", "ABCDEFG"}, {"", ""}, {nullptr, ""}}) {
+        char out[8];
+        EXPECT_STREQ(oem_ap_user_visible_model(code, out, sizeof out), expected);
+        EXPECT_STREQ(oui_to_vendor(code, out, sizeof out), "");
+    }
+}
+
+}  // namespace
