@@ -30,7 +30,8 @@ FLASH = Path("/flash/config")
 FACTORY_DEFAULT = FLASH / "factory-default"
 IMAGE = FLASH / "os_image"
 LEFTOVERS = [FACTORY_DEFAULT, IMAGE, FLASH / "post.data", Path("/tmp/post.data"), Path("/tmp/ooo"),
-             Path("/tmp/http_log_level"), Path("/tmp/httpd_timing")]
+             Path("/tmp/http_log_level"), Path("/tmp/httpd_timing"),
+             Path("/flash/upload/custom-reports.xml")]
 
 XML_HEAD = b"Content-Type: text/xml\r\nExpires: 0\r\n\r\n"
 ERROR_DOCUMENT = "<qorin>\n  <status>Error</status>\n  <reason>%s</reason>\n</qorin>\n"
