@@ -29,8 +29,10 @@ struct reply_reader {
 
 // ---- looking at tokens
 
-bool is_named(const sgml_token& token, string_view name) {
-    return string_view(token.name, static_cast<std::size_t>(token.name_length)) == name;
+// Compared by the length of the name wanted: it is a literal, which spares the call.
+inline bool is_named(const sgml_token& token, string_view name) {
+    return static_cast<std::size_t>(token.name_length) == name.size() &&
+           std::memcmp(token.name, name.data(), name.size()) == 0;
 }
 
 string_view token_text(const sgml_tokenizer& tokens) {
@@ -105,6 +107,13 @@ void put_text(char* to, string_view text) {
     to[text.size()] = '\0';
 }
 
+string_view decoded_in_place(char* text, std::int32_t length) {
+    if (std::memchr(text, '&', static_cast<std::size_t>(length)) != nullptr) {
+        length = std::abs(sgml_tokenizer_unescape(text, length, text, length));
+    }
+    return {text, static_cast<std::size_t>(length)};
+}
+
 // An attribute of the current tag as plain text where it stands; null when it is absent or empty.
 // At least one byte of the tag follows each value, and takes the NUL.
 const char* attribute_text(reply_reader* reader, string_view name) {
@@ -175,13 +184,45 @@ void add_cell(reply_reader* reader, wsv* to) {
     add_text(reader, to, has_room ? content : empty_text);
 }
 
+// Most elements of a table hold one text and nothing else. As many of them as follow the current
+// tag are taken without the tokenizer, which then goes on behind them.
+void add_plain_cells(reply_reader* reader, char name, wsv* to) {
+    constexpr int opener = 3;  // "<c>"
+    constexpr int closer = 4;  // "</c>"
+    sgml_tokenizer* const tokens = &reader->tokens;
+    const char* const end = reader->text + tokens->length;
+    char* at = reader->text + tokens->position;
+    while (tokens->kind != sgml_error && end - at >= opener + closer && at[0] == '<' &&
+           at[1] == name && at[2] == '>') {
+        char* const content = at + opener;
+        auto* const close =
+            static_cast<char*>(std::memchr(content, '<', static_cast<std::size_t>(end - content)));
+        if (close == nullptr || end - close < closer || close[1] != '/' || close[2] != name ||
+            close[3] != '>') {
+            break;
+        }
+        const auto length = static_cast<std::int32_t>(close - content);
+        put_text(content, trimmed(decoded_in_place(content, length)));
+        add_text(reader, to, content);
+        at = close + closer;
+    }
+    tokens->position = static_cast<std::int32_t>(at - reader->text);
+}
+
+// Takes the opening tag of a row.
+void begin_row(reply_reader* reader, wuic_cli_table* table) {
+    const sgml_token& token = reader->tokens.token;
+    const bool is_data = is_named(token, "r");
+    if (is_data) ++table->rows;
+    if (token.self_closing != 0) return;
+    if (is_data) add_plain_cells(reader, 'c', &table->cells);
+    if (is_named(token, "th")) add_plain_cells(reader, 'h', &table->headings);
+}
+
 // Takes an opening tag of the table whose content has the depth `depth`.
 void read_table_tag(reply_reader* reader, wuic_cli_table* table, std::int32_t depth) {
     const sgml_tokenizer& tokens = reader->tokens;
-    if (tokens.depth == depth) {
-        if (is_named(tokens.token, "r")) ++table->rows;
-        return;
-    }
+    if (tokens.depth == depth) return begin_row(reader, table);
     if (tokens.depth != depth + 1 || depth >= sgml_stack_max) return;
     const sgml_token& parent = tokens.stack[static_cast<std::size_t>(depth)];
     if (is_named(tokens.token, "c") && is_named(parent, "r")) {

@@ -80,7 +80,7 @@ void copy_token(sgml_token* to, const sgml_token& from) {
 }
 
 // What the last token did to the stack takes effect when the next one is asked for.
-void settle_stack(sgml_tokenizer* t) {
+inline void settle_stack(sgml_tokenizer* t) {
     const sgml_token& last = t->token;
     if (last.name == nullptr || last.self_closing != 0) return;
     if (last.closing != 0) {
@@ -392,11 +392,10 @@ int sgml_tokenizer_next(sgml_tokenizer* tokenizer) {
         const std::size_t end = std::min(rest.find('<'), rest.size());
         return text_token(tokenizer, from, from + end, from + end);
     }
-    if (rest.starts_with(cdata_opener) && rest.size() > cdata_opener.size()) {
-        return cdata_token(tokenizer);
-    }
     const int plain = read_plain_tag(tokenizer);
-    return plain != 0 ? plain : read_tag(tokenizer);
+    if (plain != 0) return plain;
+    const bool is_cdata = rest.size() > cdata_opener.size() && rest.starts_with(cdata_opener);
+    return is_cdata ? cdata_token(tokenizer) : read_tag(tokenizer);
 }
 
 int sgml_tokenizer_next_cdata(sgml_tokenizer* tokenizer) {

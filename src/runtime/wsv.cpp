@@ -30,7 +30,14 @@ wsv* wsv_new(wsv* vec, std::uint32_t elem_size) {
 
 void* wsv_add(wsv* vec, const void* element) {
     if (vec == nullptr || element == nullptr) return nullptr;
-    if (wms_strbuf_append(&vec->buf, static_cast<const char*>(element), step(vec)) < 0) {
+    const std::int32_t size = step(vec);
+    wms_strbuf* const buf = &vec->buf;
+    // Vectors of pointers grow by hundreds of thousands: no calls while there is room.
+    if (size == sizeof(void*) && buf->capacity - buf->length > size) {
+        std::memcpy(buf->data + buf->length, element, sizeof(void*));
+        buf->length += size;
+        buf->data[buf->length] = '\0';
+    } else if (wms_strbuf_append(buf, static_cast<const char*>(element), size) < 0) {
         return nullptr;
     }
     return element_at(vec, vec->count++);

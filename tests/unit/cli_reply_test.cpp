@@ -72,6 +72,23 @@ TEST(replies, become_values_errors_and_tables) {
     }
 }
 
+// Rows of plain cells are read in one go; a comment before each cell prevents it.
+TEST(replies, rows_read_in_one_go_are_as_those_read_token_by_token) {
+    const std::string cells[] = {"",          " x ",           "&amp;", "&#32;",
+                                 "a<i>b</i>", "<![CDATA[c]]>", "</c",   "d<"};
+    for (std::size_t i = 0; i < 512; ++i) {
+        std::string plain = "<re><t nc=3><r>";
+        std::string broken = plain;
+        for (const std::string& cell : {cells[i % 8], cells[i / 8 % 8], cells[i / 64]}) {
+            plain += "<c>" + cell + "</c>";
+            broken += "<!-- --><c>" + cell + "</c>";
+        }
+        const parsed_reply at_once(plain + "</r></t></re>");
+        const parsed_reply by_token(broken + "</r></t></re>");
+        EXPECT_EQ(shown(&at_once.model.data), shown(&by_token.model.data)) << plain;
+    }
+}
+
 TEST(replies, tables_tell_their_range) {
     const std::string closed = "<t tn=a nc=1><r><c>1</c></r>";
     const std::string open = "<t nc=2><r><c>1</c>";
