@@ -1,6 +1,5 @@
 #include <span>
 #include <string_view>
-#include <vector>
 
 #include "runtime/cgi.h"
 #include "runtime/error_response.h"
@@ -24,12 +23,6 @@ using items_view = std::span<const summary_item>;
 constexpr std::string_view controller_operand = "controller-summary";
 constexpr int operand_log_line = 2169;  // part of the log line's fixed text
 
-// An item and, for a command, what came back.
-struct item_result {
-    const summary_item* item;
-    command_outcome result;
-};
-
 bool contains(std::string_view text, std::string_view part) {
     return text.find(part) != text.npos;
 }
@@ -47,25 +40,11 @@ items_view choose_view(const command_outcome& basic_info, const char* operand) {
     return is_master || !basic_info.reply ? summary_master_items() : summary_controller_items();
 }
 
-std::vector<item_result> plan_items(items_view rest) {
-    std::vector<item_result> plan;
-    for (const items_view part : {summary_common_items(), rest}) {
-        for (const summary_item& item : part)
-            plan.push_back({.item = &item, .result = {}});
-    }
-    return plan;
-}
-
-void run_commands(std::vector<item_result>* plan, const session_record* session) {
-    for (item_result& entry : *plan) {
-        const summary_item& item = *entry.item;
-        const char* const command = item.command != nullptr ? item.command : item.label;
-        if (item.kind == item_kind::reply || item.kind == item_kind::raw_reply) {
-            entry.result = command_run(session, command);
-        } else if (item.kind == item_kind::fast_path) {
-            entry.result = command_run_fast(session->user, session->role, command);
-        }
-    }
+command_outcome run_item(const summary_item& item, const session_record* session) {
+    const char* const command = item.command != nullptr ? item.command : item.label;
+    if (item.kind == item_kind::fast_path)
+        return command_run_fast(session->user, session->role, command);
+    return command_run(session, command);
 }
 
 void write_head(wms_strbuf* out) {
@@ -100,20 +79,26 @@ void write_reply(wms_strbuf* out, const command_outcome& result) {
     wms_strbuf_fmt(out, "</result>\n");
 }
 
-int write_item(wms_strbuf* out, std::size_t id, const item_result& entry,
-               std::string_view basic_info) {
-    const auto& [item, result] = entry;
-    scoped_strbuf made;
-    if (item->kind == item_kind::local && item->text(made, basic_info) < 0) return -1;
-    if (item->kind == item_kind::shell) shell_capture(made, item->command);
-
-    wms_strbuf_fmt(out, "<cli><id>%zu</id><cmd>%s</cmd>", id, item->label);
-    if (item->kind == item_kind::reply || item->kind == item_kind::fast_path) {
-        write_reply(out, result);
-    } else if (item->kind == item_kind::raw_reply) {
+void write_command(wms_strbuf* out, const summary_item& item, const session_record* session) {
+    const command_outcome result = run_item(item, session);
+    if (item.kind == item_kind::raw_reply) {
         write_raw(out, command_reply(result));
     } else {
+        write_reply(out, result);
+    }
+}
+
+int write_item(wms_strbuf* out, std::size_t id, const summary_item& item,
+               const session_record* session, std::string_view basic_info) {
+    scoped_strbuf made;
+    if (item.kind == item_kind::local && item.text(made, basic_info) < 0) return -1;
+    if (item.kind == item_kind::shell) shell_capture(made, item.command);
+
+    wms_strbuf_fmt(out, "<cli><id>%zu</id><cmd>%s</cmd>", id, item.label);
+    if (item.kind == item_kind::local || item.kind == item_kind::shell) {
         write_raw(out, {made.buf.data, static_cast<std::size_t>(made.buf.length)});
+    } else {
+        write_command(out, item, session);
     }
     wms_strbuf_fmt(out, "</cli>\n");
     return 0;
@@ -124,14 +109,15 @@ int write_item(wms_strbuf* out, std::size_t id, const item_result& entry,
 int wuic_get_monitor_summary_data(const char* /*key*/, wms_strbuf* response,
                                   session_record* session, pg_conn* /*db*/, cgi* input) {
     const command_outcome basic_info = command_run(session, "wuic:basic-info");
-    std::vector<item_result> plan =
-        plan_items(choose_view(basic_info, cgi_named_value(input, "operand")));
-    run_commands(&plan, session);
+    const items_view rest = choose_view(basic_info, cgi_named_value(input, "operand"));
 
     wms_strbuf_clear(response);
     write_head(response);
-    for (std::size_t id = 0; id < plan.size(); ++id) {
-        if (write_item(response, id, plan[id], command_reply(basic_info)) < 0) return -1;
+    std::size_t id = 0;
+    for (const items_view part : {summary_common_items(), rest}) {
+        for (const summary_item& item : part) {
+            if (write_item(response, id++, item, session, command_reply(basic_info)) < 0) return -1;
+        }
     }
     wms_strbuf_fmt(response, "</qorin>\n");
     return 0;
