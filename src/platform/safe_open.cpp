@@ -44,9 +44,8 @@ unique_fd safe_open_for_writing(const char* path, int flags, mode_t mode) {
 unique_fd safe_open_trusted(const char* path) {
     unique_fd file{::open(path, O_RDONLY | guarded)};
     struct stat facts {};
-    if (!file || ::fstat(file.get(), &facts) != 0) return {};
-    const bool ours = facts.st_uid == 0 || facts.st_uid == ::geteuid();
-    if (ours && S_ISREG(facts.st_mode)) return file;
+    if (!file || !is_plain_file(file.get()) || ::fstat(file.get(), &facts) != 0) return {};
+    if (facts.st_uid == 0 || facts.st_uid == ::geteuid()) return file;
     errno = EACCES;
     return {};
 }

@@ -12,5 +12,6 @@
 [[nodiscard]] unique_fd safe_open_for_writing(const char* path, int flags, mode_t mode);
 
 // Opens a regular file for reading, never through a link in the last element, when it belongs to
-// root or to us; none otherwise.
+// root or to us and has no second name: somebody may have linked a secret file of root's there.
+// None otherwise.
 [[nodiscard]] unique_fd safe_open_trusted(const char* path);

@@ -39,6 +39,9 @@ TEST(planted_files, only_files_of_root_or_ours_are_trusted) {
     EXPECT_TRUE(safe_open_trusted("/tmp/level"));
     EXPECT_EQ(symlink("/tmp/level", "/tmp/link"), 0);
     EXPECT_FALSE(safe_open_trusted("/tmp/link") || safe_open_trusted("/tmp"));
+    EXPECT_EQ(link("/tmp/level", "/tmp/second"), 0);
+    EXPECT_FALSE(safe_open_trusted("/tmp/second"));
+    EXPECT_EQ(unlink("/tmp/second"), 0);
     ASSERT_EQ(chown("/tmp/level", 12345, 12345), 0);
     EXPECT_FALSE(safe_open_trusted("/tmp/level"));
 }
