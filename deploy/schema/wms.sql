@@ -1,5 +1,5 @@
--- Database "wms": the management sessions and the events of the wireless monitor, shared with the
--- controller's other services.
+-- Database "wms": the management sessions and the events of the wireless monitor. Other services of
+-- the controller use it too.
 
 -- Rows are inserted without naming the columns: their order is part of the interface.
 CREATE TABLE http_session (

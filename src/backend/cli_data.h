@@ -75,7 +75,7 @@ std::int32_t wuic_cli_data_get_num_tables(const wuic_cli_data* data);
 const wuic_cli_table* wuic_cli_data_get_table(const wuic_cli_data* data, std::int32_t i);
 const wuic_cli_table* wuic_cli_data_get_named_table(const wuic_cli_data* data, const char* name);
 
-// Empties the model for another reply. The error pointer is left as it was.
+// Empties the model for another reply. The error pointer stays what it was.
 void wuic_cli_data_clear(wuic_cli_data* data);
 // Frees everything and zeroes the record; the reply is not freed.
 void wuic_cli_data_deinit(wuic_cli_data* data);

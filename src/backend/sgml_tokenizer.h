@@ -1,7 +1,8 @@
-// Pull tokenizer for SGML and XML-like text: one token a call (a tag, a run of text, the end, an
-// error). It copies and changes nothing of the input, allocates nothing, and keeps a stack of the
-// open elements, so that callers can ask where they are and close tags are checked. Lenient on
-// purpose: no validation, at most 30 attributes of a tag and 20 open elements are remembered.
+// Pull tokenizer for SGML and XML-like text: each call gives one token (a tag, the text between
+// tags, the end, an error). It copies and changes nothing of the input, allocates nothing, and
+// keeps a stack of the open elements, so that callers can ask where they are and close tags are
+// checked. Lenient on purpose: no validation, at most 30 attributes of a tag and 20 open elements
+// are remembered.
 //
 // Everything that a tokenizer hands out points into the caller's text and lives as long as that.
 #pragma once
@@ -100,8 +101,8 @@ void sgml_tokenizer_set_error(sgml_tokenizer* tokenizer, std::int32_t position, 
 // until the next is written behind it: go by the length.
 int sgml_tokenizer_strerror(char* out, std::int32_t size, const sgml_tokenizer* tokenizer);
 
-// True when the current token is an opening tag and the names, from the outermost inward, are
-// exactly the open elements followed by it. The list of names ends with a null pointer.
+// True at an opening tag whose path, from the outermost open element down to the tag itself, is
+// exactly these names. The list of names ends with a null pointer.
 [[gnu::sentinel]] bool st_is(const sgml_tokenizer* tokenizer, const char* name, ...);
 
 // Collects the text of the current element, that of nested ones included, into the buffer, and

@@ -4,8 +4,8 @@
 #include "runtime/handler.h"
 
 // The dashboard in one document: a `cli` element for each item of the view (summary_items.h). The
-// form field "operand" may ask for the controller's view. Returns 0; -1 when the management
-// database cannot be opened, the document then ending before the item that needs it.
+// form field "operand" may ask for the controller's view. Returns 0; -1 without a connection to the
+// database of events, the document then ending before the item that needs it.
 request_handler wuic_get_monitor_summary_data;
 
 // The replies of the role and policy commands as they came, a `result` element each. Roles and

@@ -15,5 +15,5 @@ int obs_end_table(fsb* buf);
 
 int obs_add_data(fsb* buf, const char* name, const char* value);
 
-// A malloc'ed copy that the caller frees; null for null or when memory runs out.
+// A malloc'ed copy that the caller frees; null when memory runs out, and for null.
 [[nodiscard]] char* obs_strdup(const char* text);
