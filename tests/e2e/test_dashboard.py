@@ -10,7 +10,20 @@ import pytest
 
 import harness
 
-COUNTS = {"master": 15, "controller": 26}
+# The browser finds an item by its place.
+COMMON = ("wuic basic-info", "show keys all", "show ap essid", "show profile-errors",
+          "show control-plane-security", "show whitelist-db cpsec-status", "wuic localip-warnings",
+          "wuic ap-limit-warnings", "wuic custom-reports")
+LABELS = {
+    "master": [*COMMON, "show switches summary", "show aaa authentication-server all",
+               "show wms routers", "show ap database-summary", "show wms monitor-summary", "db"],
+    "controller": [
+        *COMMON, "show country", "hostname", "systime", "show version", "show datapath utilization",
+        "show interface vlan 1", "show interface loopback", "show ap blacklist-clients",
+        *("show wlan-ap-count type " + kind for kind in (
+            "access-point", "air-monitor", "ap-monitor", "spectrum-monitor", "secure-access")),
+        "show tunneled-node state", "show user-table rows 1 1", "show aaa state configuration",
+        "show mobility-managers"]}
 CONTROLLER = "?operand=controller-summary"
 BASIC_INFO = "wuic:basic-info"
 INTEGRITY = Path("/tmp/integrity_check_result")
@@ -54,7 +67,9 @@ def test_the_view_follows_the_controller_and_the_operand(reader, query, plan, vi
     if plan:
         harness.plan(match=BASIC_INFO, **plan)
     _, items = dashboard(reader, query)
-    assert len(items) == COUNTS[view]
+    assert list(items) == LABELS[view]
+    assert {item.findtext("status") for item in items.values()} == {None, "ok"}
+    assert not harness.log_lines()
     helper = [line for line in harness.traffic() if line["channel"] == "helper"]
     assert {(line["user"], line["ip"], line["sid"]) for line in helper} == {
         ("reader", "198.51.100.9", reader)}
@@ -69,8 +84,8 @@ def test_the_view_follows_the_controller_and_the_operand(reader, query, plan, vi
 @pytest.mark.parametrize("label, plan, expected", [
     ("show keys all", {"output": "<re>]]>a]]]>&b]]"}, (None, "<re>]]>a]]]>&b]]")),
     ("show keys all", {"output": "", "message": "lost"}, (None, "")),
-    ("show ap essid", {"output": "<re a=\"'\">]]>&lt;\x01</re>\n"},
-     ("ok", "<re a=\"'\">]]>&lt;?</re>\n")),
+    ("show ap essid", {"output": "<re a=\"'\">]]>&lt;\x01ü</re>\n"},
+     ("ok", "<re a=\"'\">]]>&lt;?\xc3\xbc</re>\n")),
     ("show ap essid", {"output": "a reply", "message": "]]><b> too"}, ("error", "]]><b> too")),
     ("show ap essid", {"output": "", "message": ""}, ("error", "")),
     ("show ap essid", {"output": "abc", "close_after": 9},
@@ -148,15 +163,16 @@ def test_a_database_that_takes_no_more_connections_ends_the_document(admin):
     finally:
         harness.sql("ALTER DATABASE wms CONNECTION LIMIT -1", "postgres")
     items = ET.fromstring(text + "</qorin>").findall("cli")
-    assert len(items) == COUNTS["master"] - 1
+    assert len(items) == len(LABELS["master"]) - 1
     harness.assert_logged("wuic_get_monitor_summary_data(): can't connect to WMS db:")
 
 
 LONG = "n" * 127
 ROLES = ("<re><t><th><h>Name</h></th><r><c>employee</c><c>x</c></r><r>\n <c>guest logon</c></r>\n"
-         "<r><c>R&amp;D \"ü\"</c></r><r><c><![CDATA[a&amp;b]]></c></r><r><c>o'brien</c></r>"
-         "<r><c>a&#10;reload</c></r><r><c>&#0;</c></r><r><c>" + LONG + "</c></r>"
-         "<r><c>" + LONG + "n</c></r><r><c> </c></r><r></r><r/><r><c>unclosed</c>")
+         "<r><c>R&amp;D \"ü\"</c></r><r><c><![CDATA[a&amp;b]]></c></r>"
+         "<r><c>o'brien</c><c>second</c></r><r><c>a&#10;reload</c></r><r><c>&#0;</c></r>"
+         "<r><c>" + LONG + "</c></r><r><c>" + LONG + "n</c></r>"
+         "<r><c> </c></r><r></r><r/><r><c>unclosed</c>")
 NAMES = ["employee", "guest logon", 'R&D "ü"', "a&amp;b", LONG]
 
 
