@@ -1,6 +1,6 @@
 // Pull tokenizer for SGML and XML-like text: each call gives one token (a tag, the text between
 // tags, the end, an error). It copies and changes nothing of the input, allocates nothing, and
-// keeps a stack of the open elements, so that callers can ask where they are and close tags are
+// remembers the path of open elements: callers can ask where they are, and close tags are
 // checked. Lenient on purpose: no validation, at most 30 attributes of a tag and 20 open elements
 // are remembered.
 //
