@@ -3,6 +3,7 @@
 
   simctl.py --control PATH plan '{"close_after": 7}'      the next reply ends after seven bytes
   simctl.py --control PATH plan '{"hold": true}'          the next reply waits for "release"
+  simctl.py --control PATH plan '{"generate": {"kind": "table", "count": 8}}'    ... is of 8 MiB
   simctl.py --control PATH wait-held | release | reset | pending
   simctl.py --control PATH pause-accept | resume-accept
 
