@@ -11,6 +11,7 @@
 
 #include "auth/json_login.h"
 
+#include "monitor/ap_search.h"
 #include "monitor/csv_export.h"
 #include "monitor/monitor_handlers.h"
 #include "monitor/permissions_page.h"

@@ -87,7 +87,6 @@ inline constexpr request_handler& user_preferences = not_implemented;
 inline constexpr request_handler& webReadVerifyStatus = not_implemented;
 inline constexpr request_handler& webVerifyImage = not_implemented;
 inline constexpr request_handler& webVerifyInProgress = not_implemented;
-inline constexpr request_handler& wlmng_search = not_implemented;
 inline constexpr request_handler& wm_cli = not_implemented;
 inline constexpr request_handler& wms_os_upload_file = not_implemented;
 inline constexpr request_handler& wuic_guest_connect_data_xml = not_implemented;

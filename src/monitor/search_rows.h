@@ -1,0 +1,52 @@
+// How a search is run on the server, and how its rows become markup.
+#pragma once
+
+#include <cstdint>
+#include <span>
+
+#include "platform/ownership.h"
+
+struct wms_strbuf;
+
+// Makes the server read the literals of `sql`, the first query of a search, as they are meant: with
+// no apostrophe in any of them, standard-conforming strings keep the backslash that makes a "%" or
+// a backslash match itself. A literal with one needs its backslash read away, so there the
+// connection stays as it is. Returns false when the server refuses.
+[[nodiscard]] bool search_settle_literals(PGconn* db, const char* sql);
+
+// The number of rows that a query yields, none of which is kept; -1 when the server refuses it.
+[[nodiscard]] int search_count(PGconn* db, const char* sql);
+// The rows of a query, all at once; null when the server refuses it.
+[[nodiscard]] db_result search_run(PGconn* db, const char* sql);
+
+// Appends the generic error, header included, with an escaped reason: that of the last failure on
+// the connection, or one of ours. Both return -1, the result of a failed search.
+int search_fail(wms_strbuf* out, const PGconn* db);
+int search_refuse(wms_strbuf* out, const char* reason);
+
+// Which text of a row an element shows.
+enum class shown : std::uint8_t {
+    value,
+    model,   // the name of the model whose code the value is
+    vendor,  // the name of the maker of the MAC address that the value is
+};
+
+struct search_field {
+    const char* tag;
+    int column;
+    shown as = shown::value;
+};
+
+// Appends where a page begins, how many rows it has, and how many there are in all.
+void search_emit_counts(wms_strbuf* out, std::int32_t offset, std::int32_t length,
+                        std::int32_t total);
+// Appends an element per row, with its fields in it. Returns 0, or -1 when memory ran out, `out`
+// then being emptied.
+[[nodiscard]] int search_emit_rows(wms_strbuf* out, const PGresult* rows, const char* element,
+                                   std::span<const search_field> fields);
+
+// Appends <tag>, the value and </tag>: a value is escaped, of which at most 1023 bytes are taken,
+// and wrapped in a CDATA section as well; null is empty.
+void wlm_emit_field(wms_strbuf* out, const char* tag, const char* value);
+// Appends the element with a text that is escaped already.
+void wlm_emit_cdata(wms_strbuf* out, const char* tag, const char* escaped);
