@@ -1,9 +1,10 @@
 #!/bin/bash
-# Inside the sandbox of run.sh: puts some events into the database, says how to reach what runs, and
-# stays until the sandbox ends.
+# Inside the sandbox of run.sh: puts events and access points into the databases, says how to reach
+# what runs, and stays until the sandbox ends.
 set -euo pipefail
 
 psql -Xq -v ON_ERROR_STOP=1 -f sim/events.sql wms
+/usr/bin/python3 sim/access_points.py 2000 | psql -Xq -v ON_ERROR_STOP=1 gapdb
 
 cat <<TEXT
 
