@@ -4,6 +4,7 @@
 #   bench/run.sh            everything
 #   bench/run.sh processes  whole requests, from exec to exit
 #   bench/run.sh replies    reading replies, beside libraries that read XML
+#   bench/run.sh search     searches of the database of access points
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 # shellcheck source=scripts/lib.sh
@@ -44,13 +45,20 @@ measure_replies() {
     reply_table <"$result"
 }
 
+measure_search() {
+    build_preset bench
+    enter_sandbox --preset release --services all -- /usr/bin/python3 bench/ap_search.py
+}
+
 scripts/packages.sh run bench
 case ${1:-} in
     '')
         measure_processes
         measure_replies
+        measure_search
         ;;
     processes) measure_processes ;;
     replies) measure_replies ;;
+    search) measure_search ;;
     *) die "unknown benchmark: $1" ;;
 esac

@@ -14,7 +14,7 @@ packages_of() {
         lint) echo clang clang-format clang-tidy cppcheck shellcheck ;;
         # Node.js builds from elsewhere bring their own npm, and exclude Debian's.
         npm) [[ -x /usr/bin/npm ]] || echo npm ;;
-        bench) echo libbenchmark-dev libexpat1-dev libpugixml-dev libxml2-dev hyperfine ;;
+        bench) echo libbenchmark-dev libexpat1-dev libpugixml-dev libxml2-dev hyperfine time ;;
         *) die "unknown package group: $1" ;;
     esac
 }

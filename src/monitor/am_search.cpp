@@ -30,7 +30,7 @@ constexpr auto filters = std::to_array<search_column>({
     {.word = "status", .column = "g.status"},
 });
 
-// Kept: the server has no column r.mac, and does not sort distinct rows by r.type.
+// Kept: there is no column r.mac, so the server refuses to sort by it.
 constexpr auto sort_columns = std::to_array<search_column>({
     {.word = "modified-time", .column = "modified_time"},
     {.word = "apgroup", .column = "g.ap_group"},

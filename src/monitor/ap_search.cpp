@@ -30,8 +30,8 @@ struct class_row {
 };
 
 constexpr char any_managed[] =
-    " WHERE (r.type = 'soft-ap' OR r.type = 'disabled' OR r.type = 'mesh-portal' OR r.type = "
-    "'mesh-point' OR g.cpsec_denied = '1' OR r.type IS NULL)";
+    " WHERE (r.type = 'soft-ap' OR r.type = 'disabled' OR r.type = 'mesh-portal'"
+    " OR r.type = 'mesh-point' OR g.cpsec_denied = '1' OR r.type IS NULL)";
 
 constexpr auto classes = std::to_array<class_row>({
     {.name = "probes", .code = ap_class_probes, .condition = any_managed, .narrowed = ""},
@@ -221,7 +221,10 @@ int wlm_search_aps(pg_conn* db, wms_strbuf* out, const cgi* vars, int ap_class,
     // The room for every query there can be, so that no part of one can be missing.
     constexpr std::int64_t query_room = 8192;
     scoped_strbuf text;
-    if (wms_strbuf_reserve(text, query_room) < 0) return -1;
+    if (wms_strbuf_reserve(text, query_room) < 0) {
+        wms_strbuf_clear(out);
+        return -1;
+    }
     if (!build_query(text, vars, ap_class, location, count_steps, count_tail)) {
         return search_refuse(out, search_too_long);
     }

@@ -23,7 +23,7 @@ enum ap_query_step : int {
 // `class`
 // ("amii" air monitors, "probes", "straps", "allmesh"; else nothing is found), filters (`location`,
 // `type`, `apgroup`, `name`, `ip`, `status`, `role`), `sort-criteria`, `start` and `page-size`.
-// Returns 0; -1 with nothing written when there is no connection or memory, or with the generic
+// Returns 0; -1 with an empty response when there is no connection or memory, or with the generic
 // error behind what was written when a filter does not fit or the server refuses the query.
 request_handler wlmng_search;
 

@@ -12,8 +12,7 @@
 
 namespace {
 
-constexpr std::int32_t value_size = 1024;
-constexpr std::int32_t name_size = 256;
+constexpr std::int32_t value_size = 1024;  // of an element's text, its NUL included
 constexpr std::size_t reason_size = 1024;
 // What one field takes at most: an escaped value, and a tag twice with what stands around it.
 constexpr std::int64_t field_room = value_size + 128;
@@ -25,7 +24,7 @@ void append(wms_strbuf* out, std::initializer_list<std::string_view> pieces) {
 }
 
 void emit_as(wms_strbuf* out, const search_field& field, const char* value) {
-    char name[name_size];
+    char name[value_size];
     switch (field.as) {
         case shown::value:
             wlm_emit_field(out, field.tag, value);
