@@ -39,6 +39,7 @@ int wms_strbuf_brk(wms_strbuf* buf, std::int64_t need) {
     if (size <= buf->capacity) return 0;
     auto* const block = static_cast<char*>(std::realloc(buf->data, static_cast<std::size_t>(size)));
     if (block == nullptr) return -1;
+    if (buf->data == nullptr) block[0] = '\0';
     buf->data = block;
     buf->capacity = static_cast<std::int32_t>(size);
     return 0;

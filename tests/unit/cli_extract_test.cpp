@@ -157,13 +157,14 @@ TEST(CliExtract, ColumnsOfNamedTables) {
 
 TEST(CliExtract, ServersOfAGroup) {
     const std::string reply =
-        "<re><t><th><h>Name</h></th><r><c><![CDATA[a&b]]></c><c>Radius</c>"
-        "<c>x</c></r><r><c>c</c></r></t></re>";
+        "<re><t><th><h>Name</h></th><r><c><![CDATA[a&b]]></c><c><![CDATA[]]></c>"
+        "<c>x</c></r><r><c>c</c><c>Radius</c></r><r><c>d</c></r></t></re>";
     scoped_strbuf out;
     iparse_srvgrp_output(out, reply.data(), std::int32_t(reply.size()));
     EXPECT_EQ(text_of(out.buf),
-              "<row><sname>a&amp;b</sname><stype>Radius</stype></row>"
-              "<row><sname>c</sname><stype></stype></row>");
+              "<row><sname>a&amp;b</sname><stype></stype></row>"
+              "<row><sname>c</sname><stype>Radius</stype></row>"
+              "<row><sname>d</sname><stype></stype></row>");
 }
 
 }  // namespace
