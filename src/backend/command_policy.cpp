@@ -79,9 +79,9 @@ bool command_is_permitted(const session_record* session, string_view command) {
 }
 
 bool fast_path_is_permitted(const session_record* session, string_view command) {
-    command = without_leading_blanks(command);
-    if (is_internal(command)) return false;
+    if (!command_is_permitted(session, command)) return false;
     if (has_role(session, "root") || has_role(session, "standard")) return true;
+    command = without_leading_blanks(command);
     const auto end = std::ranges::find_if(command, is_blank);
     const string_view word(command.begin(), end);
     return std::ranges::find(words_for_everybody, word) != words_for_everybody.end();

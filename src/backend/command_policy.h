@@ -21,6 +21,7 @@ inline constexpr char command_refusal[] = "Invalid input";
 // on trust. "root" may send any; other roles those that a table of requests opens to them.
 [[nodiscard]] bool command_is_permitted(const session_record* session, std::string_view command);
 
-// May the fast path get it? There every command runs as "root", so that roles other than "root" and
-// "standard" only get the first words show, ping and traceroute. Internal requests never go there.
+// May the fast path get it? Internal requests are judged as above. There every command runs as
+// "root", so that roles other than "root" and "standard" only get the first words show, ping and
+// traceroute.
 [[nodiscard]] bool fast_path_is_permitted(const session_record* session, std::string_view command);

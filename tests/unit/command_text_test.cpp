@@ -97,7 +97,7 @@ TEST(CommandPolicy, TheFastPathTakesThreeWordsFromEverybody) {
         {"ping", "Rsnrag"},       {"traceroute x", "Rsnrag"},
         {"showx", "Rs"},          {"Show clock", "Rs"},
         {"reload show", "Rs"},    {"", "Rs"},
-        {"wuic:basic-info", ""},  {" WUIC:telm?x", ""},
+        {"wuic:audit", "R"},      {" WUIC:telm?x", "Rs"},
     };
     for (const auto& [command, roles] : rows) {
         EXPECT_EQ(allowed_for(fast_path_is_permitted, command), roles) << command;
