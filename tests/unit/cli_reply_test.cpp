@@ -133,23 +133,29 @@ TEST(tables, hand_out_no_cell_that_they_do_not_hold) {
         int result;
         bool has_last;  // row 1, column 0
     } rows[] = {{"2", -1, true},           {"3", -1, false},          {"-1", -1, false},
-                {"0", -1, false},          {"2147483647", -1, false}, {"1", -1, true},
+                {"0", -1, false},          {"2147483647", -1, false}, {"1", 0, true},
                 {"99999999999", -1, false}};
     for (const auto& row : rows) {
         const std::string text = "<t nc=\"" + std::string(row.columns) +
-                                 "\"><th><h>a</h></th><r><c>1</c><c>2</c></r><r><c>3</c></r>";
+                                 "\"><th><h>a</h></th><r><c>1</c><c>2</c></r><r><c>3</c></r><r/>";
         const exact_copy copy(text, 1);
         wuic_cli_table table;
         wuic_cli_table_init(&table);
         EXPECT_EQ(wuic_cli_table_parse(&table, copy.data(), copy.size), row.result) << row.columns;
         EXPECT_EQ(wuic_cli_table_get_cell(&table, 1, 0) != nullptr, row.has_last) << row.columns;
-        for (const int outside : {-1, 2, INT_MAX, INT_MIN}) {
+        for (const int outside : {-1, 3, INT_MAX, INT_MIN}) {
             EXPECT_EQ(wuic_cli_table_get_cell(&table, outside, 0), nullptr);
             EXPECT_EQ(wuic_cli_table_get_cell(&table, 1, outside), nullptr);
             EXPECT_EQ(wuic_cli_table_get_header(&table, std::max(outside, 1)), nullptr);
         }
+        EXPECT_EQ(wuic_cli_table_get_cell(&table, 2, 2), nullptr);  // 2^32 in the widest table
         wuic_cli_table_deinit(&table);
     }
+    const exact_copy empty("<t nc=-1>", 1);
+    wuic_cli_table table;
+    wuic_cli_table_init(&table);
+    EXPECT_EQ(wuic_cli_table_parse(&table, empty.data(), empty.size), -1);
+    wuic_cli_table_deinit(&table);
 }
 
 // Every text handed out lies in the reply and ends there, wherever the reply was cut.

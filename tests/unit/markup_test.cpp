@@ -73,6 +73,9 @@ TEST(conversions, of_known_texts) {
         for (const auto& [text, expected] : texts)
             EXPECT_EQ(converted(convert, text), expected) << text;
     }
+    char blanks[] = "  ";
+    EXPECT_EQ(sgml_tokenizer_trim(blanks, 2, blanks, 2, nullptr), 0);
+    EXPECT_STREQ(blanks, "");
 }
 
 // Quadratic work would run into the time limit of the tests.

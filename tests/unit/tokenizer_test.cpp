@@ -312,7 +312,7 @@ TEST(tokenizer, reads_known_documents) {
         {"<![CDATA[", "1, 1: mismatched bracket"},
         {"<![cdata[a]]>", "<![cdata[a]]>."},
         {many + " x=1 n=2/>", many + "/>."},
-        {nested + "</x></y></e></x>", nested + "</x></y></e>1, 76: mismatched tag"},
+        {nested + "</x></y></x>", nested + "</x></y>1, 72: mismatched tag"},
     };
     for (const auto& [text, expected] : rows)
         EXPECT_EQ(shown(text), expected) << text;
