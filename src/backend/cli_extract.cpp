@@ -253,6 +253,7 @@ int get_cpprofile_parms(wms_strbuf* out, const session_record* session, const ch
 // NOLINTNEXTLINE(readability-identifier-naming): fixed name
 int get_columnData(sgml_tokenizer* tokenizer, const char* label, const char* format,
                    wms_strbuf* out) {
+    if (cli_reader_is_open(tokenizer, "t") && tokenizer->token.self_closing != 0) return -1;
     scoped_strbuf buf;
     bool had_heading = false;
     bool in_heading = false;

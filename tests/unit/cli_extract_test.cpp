@@ -141,12 +141,14 @@ std::string column(const std::string& reply, const char* table, const char* labe
 
 TEST(CliExtract, ColumnsOfNamedTables) {
     const std::string reply =
-        "<re><t><r><c>no</c></r></t><t tn='a &amp; b'><th><h/><h>Na</h><h>Name</h></th><r><c>1</c>"
+        "<re><t><r><c>no</c></r></t><t tn=empty/>"
+        "<t tn='a &amp; b'><th><h/><h>Na</h><h>Name</h></th><r><c>1</c>"
         "<c><![CDATA[<2>]]></c><c>3</c></r><r><c/></r><r><c/><c>&lt;</c></r></t>"
         "<t tn=bare><r><c>Type</c><c>Name</c></r><r><c>1</c><c>2</c></r><r><c/><c>4";
     const char* const rows[][3] = {
         {"a & b", "Name of it", "0|&lt;2&gt;;&lt;;|more"},
         {"a & b", "Type", "-1||more"},
+        {"empty", "Name", "-1||more"},
         {"bare", "Name", "0|2;4;"},
         {"Bare", "Name", "none"},
         {"", "Name", "none"},
