@@ -5,6 +5,7 @@
 
 #include "runtime/cgi.h"
 #include "runtime/fsb.h"
+#include "runtime/strbuf.h"
 
 #include "monitor/search_rows.h"
 #include "monitor/search_terms.h"
@@ -96,11 +97,6 @@ bool append_order_and_page(fsb* text, const cgi* vars, const search_page& page) 
     return is_whole(text);
 }
 
-int emit_none(wms_strbuf* out) {
-    search_emit_counts(out, 0, 0, 0);
-    return 0;
-}
-
 }  // namespace
 
 int am_search(pg_conn* db, wms_strbuf* out, const cgi* vars) {
@@ -111,15 +107,15 @@ int am_search(pg_conn* db, wms_strbuf* out, const cgi* vars) {
     if (!search_settle_literals(db, storage)) return search_fail(out, db);
     const int total = search_count(db, storage);
     if (total < 0) return search_fail(out, db);
-    if (total == 0) return emit_none(out);
+    const std::int32_t begin = out->length;
+    if (total == 0) return search_insert_counts(out, begin, {});
 
     const search_page page = search_page_of(vars);
     if (!append_order_and_page(&text, vars, page)) return search_refuse(out, search_too_long);
-    const db_result rows = search_run(db, storage);
-    if (!rows) return search_fail(out, db);
-    const int length = PQntuples(rows.get());
-    if (length == 0) return emit_none(out);
+    const int length = search_emit_rows(out, db, storage, "am", fields);
+    if (length < 0) return -1;
     // Kept: the screens count on this search to report no total.
-    search_emit_counts(out, page.offset, length, 0);
-    return search_emit_rows(out, rows.get(), "am", fields);
+    search_counts counts = {.length = length};
+    if (length > 0) counts.start = page.offset;
+    return search_insert_counts(out, begin, counts);
 }

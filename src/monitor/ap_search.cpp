@@ -172,12 +172,6 @@ bool build_query(wms_strbuf* text, const cgi* vars, int ap_class, std::uint32_t 
     });
 }
 
-int emit_counts(wms_strbuf* out, std::int32_t offset, std::int32_t length, std::int32_t total) {
-    wms_strbuf_fmt(out, "<status>OK</status>\n");
-    search_emit_counts(out, offset, length, total);
-    return 0;
-}
-
 // The search that the request's class names; without one there is nothing to find.
 int search_by_class(pg_conn* db, wms_strbuf* out, const cgi* vars) {
     const char* const name = cgi_named_value(vars, "class");
@@ -231,17 +225,20 @@ int wlm_search_aps(pg_conn* db, wms_strbuf* out, const cgi* vars, int ap_class,
     if (!search_settle_literals(db, text.buf.data)) return search_fail(out, db);
     // Kept: a count that the server refuses is a count of none.
     const int total = search_count(db, text.buf.data);
-    if (total <= 0) return emit_counts(out, 0, 0, 0);
+    const std::int32_t begin = out->length;
+    search_counts counts = {.before = "<status>OK</status>\n"};
+    if (total <= 0) return search_insert_counts(out, begin, counts);
 
     if (!build_query(text, vars, ap_class, location, data_steps, data_tail)) {
         return search_refuse(out, search_too_long);
     }
-    const db_result rows = search_run(db, text.buf.data);
-    if (!rows) return search_fail(out, db);
-    const int length = PQntuples(rows.get());
-    if (length == 0) return emit_counts(out, 0, 0, 0);
-    emit_counts(out, search_page_of(vars).offset, length, total);
-    return search_emit_rows(out, rows.get(), "ap", fields);
+    counts.length = search_emit_rows(out, db, text.buf.data, "ap", fields);
+    if (counts.length < 0) return -1;
+    if (counts.length > 0) {
+        counts.start = search_page_of(vars).offset;
+        counts.total = total;
+    }
+    return search_insert_counts(out, begin, counts);
 }
 
 int wlmng_search(const char* /*key*/, wms_strbuf* response, session_record* /*session*/,

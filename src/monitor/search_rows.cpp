@@ -1,5 +1,6 @@
 #include "monitor/search_rows.h"
 
+#include <cstdio>
 #include <cstring>
 #include <initializer_list>
 #include <string_view>
@@ -14,6 +15,7 @@ namespace {
 
 constexpr std::int32_t value_size = 1024;  // of an element's text, its NUL included
 constexpr std::size_t reason_size = 1024;
+constexpr std::size_t counts_size = 256;
 // What one field takes at most: an escaped value, and a tag twice with what stands around it.
 constexpr std::int64_t field_room = value_size + 128;
 
@@ -38,9 +40,33 @@ void emit_as(wms_strbuf* out, const search_field& field, const char* value) {
     }
 }
 
-// With parameters, even none, the server takes one statement and no more.
-bool send_query(PGconn* db, const char* sql) {
-    return PQsendQueryParams(db, sql, 0, nullptr, nullptr, nullptr, nullptr, 0) == 1;
+void emit_row(wms_strbuf* out, const PGresult* row, const char* element,
+              std::span<const search_field> fields) {
+    append(out, {"<", element, ">\n"});
+    for (const search_field& field : fields) {
+        emit_as(out, field, PQgetvalue(row, 0, field.column));
+    }
+    append(out, {"</", element, ">\n"});
+}
+
+// Calls `each` with every row as it arrives; the library never holds more than one. False when the
+// server refuses the query or breaks it off. Sent with parameters, even none, it is one statement
+// for the server, and never several.
+template <class Each>
+bool for_each_row(PGconn* db, const char* sql, Each each) {
+    if (PQsendQueryParams(db, sql, 0, nullptr, nullptr, nullptr, nullptr, 0) != 1) return false;
+    if (PQsetSingleRowMode(db) != 1) return false;
+    ExecStatusType last = PGRES_FATAL_ERROR;
+    while (const db_result row{PQgetResult(db)}) {
+        last = PQresultStatus(row.get());
+        if (last == PGRES_SINGLE_TUPLE) each(row.get());
+    }
+    return last == PGRES_TUPLES_OK;
+}
+
+void cut(wms_strbuf* out, std::int32_t length) {
+    out->length = length;
+    if (out->data != nullptr) out->data[length] = '\0';
 }
 
 }  // namespace
@@ -54,21 +80,9 @@ bool search_settle_literals(PGconn* db, const char* sql) {
 }
 
 int search_count(PGconn* db, const char* sql) {
-    if (!send_query(db, sql)) return -1;
-    static_cast<void>(PQsetSingleRowMode(db));
     int count = 0;
-    ExecStatusType last = PGRES_FATAL_ERROR;
-    while (const db_result row{PQgetResult(db)}) {
-        last = PQresultStatus(row.get());
-        if (last == PGRES_SINGLE_TUPLE) ++count;
-    }
-    return last == PGRES_TUPLES_OK ? count : -1;
-}
-
-db_result search_run(PGconn* db, const char* sql) {
-    db_result rows{PQexecParams(db, sql, 0, nullptr, nullptr, nullptr, nullptr, 0)};
-    if (PQresultStatus(rows.get()) != PGRES_TUPLES_OK) return nullptr;
-    return rows;
+    const bool whole = for_each_row(db, sql, [&](const PGresult*) { ++count; });
+    return whole ? count : -1;
 }
 
 int search_fail(wms_strbuf* out, const PGconn* db) {
@@ -83,26 +97,38 @@ int search_refuse(wms_strbuf* out, const char* reason) {
     return -1;
 }
 
-void search_emit_counts(wms_strbuf* out, std::int32_t offset, std::int32_t length,
-                        std::int32_t total) {
-    wms_strbuf_fmt(out, "<start>%d</start>\n<length>%d</length>\n<total>%d</total>\n", offset,
-                   length, total);
-}
-
-int search_emit_rows(wms_strbuf* out, const PGresult* rows, const char* element,
+int search_emit_rows(wms_strbuf* out, PGconn* db, const char* sql, const char* element,
                      std::span<const search_field> fields) {
     const auto row_room = static_cast<std::int64_t>(fields.size() + 1) * field_room;
-    for (int row = 0; row < PQntuples(rows); ++row) {
-        if (wms_strbuf_reserve(out, row_room) < 0) {
-            wms_strbuf_clear(out);
-            return -1;
-        }
-        append(out, {"<", element, ">\n"});
-        for (const search_field& field : fields) {
-            emit_as(out, field, PQgetvalue(rows, row, field.column));
-        }
-        append(out, {"</", element, ">\n"});
+    const std::int32_t begin = out->length;
+    int count = 0;
+    bool has_room = true;
+    const bool whole = for_each_row(db, sql, [&](const PGresult* row) {
+        has_room = has_room && wms_strbuf_reserve(out, row_room) == 0;
+        if (has_room) emit_row(out, row, element, fields);
+        ++count;
+    });
+    if (!has_room) {
+        wms_strbuf_clear(out);
+        return -1;
     }
+    if (whole) return count;
+    cut(out, begin);
+    return search_fail(out, db);
+}
+
+int search_insert_counts(wms_strbuf* out, std::int32_t at, const search_counts& counts) {
+    char text[counts_size];
+    const int length = std::snprintf(
+        text, sizeof text, "%s<start>%d</start>\n<length>%d</length>\n<total>%d</total>\n",
+        counts.before, counts.start, counts.length, counts.total);
+    const std::int32_t rows = out->length - at;
+    if (wms_strbuf_append(out, text, length) < 0) {
+        wms_strbuf_clear(out);
+        return -1;
+    }
+    std::memmove(out->data + at + length, out->data + at, static_cast<std::size_t>(rows));
+    std::memcpy(out->data + at, text, static_cast<std::size_t>(length));
     return 0;
 }
 

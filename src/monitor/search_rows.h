@@ -14,10 +14,8 @@ struct wms_strbuf;
 // connection stays as it is. Returns false when the server refuses.
 [[nodiscard]] bool search_settle_literals(PGconn* db, const char* sql);
 
-// The number of rows that a query yields, none of which is kept; -1 when the server refuses it.
+// The number of rows that a query yields; -1 when the server refuses it.
 [[nodiscard]] int search_count(PGconn* db, const char* sql);
-// The rows of a query, all at once; null when the server refuses it.
-[[nodiscard]] db_result search_run(PGconn* db, const char* sql);
 
 // Appends the generic error, header included, with an escaped reason: that of the last failure on
 // the connection, or one of ours. Both return -1, the result of a failed search.
@@ -37,13 +35,25 @@ struct search_field {
     shown as = shown::value;
 };
 
-// Appends where a page begins, how many rows it has, and how many there are in all.
-void search_emit_counts(wms_strbuf* out, std::int32_t offset, std::int32_t length,
-                        std::int32_t total);
-// Appends an element per row, with its fields in it. Returns 0, or -1 when memory ran out, `out`
-// then being emptied.
-[[nodiscard]] int search_emit_rows(wms_strbuf* out, const PGresult* rows, const char* element,
-                                   std::span<const search_field> fields);
+// Runs a query and appends an element per row, with the row's fields in it, as the rows arrive.
+// Returns their number; -1 with the server's error in the place of all rows, or with `out` emptied
+// when memory ran out.
+[[nodiscard]] int search_emit_rows(wms_strbuf* out, PGconn* db, const char* sql,
+                                   const char* element, std::span<const search_field> fields);
+
+// What stands in front of the rows: where the page begins, how many it has, how many there are in
+// all.
+struct search_counts {
+    const char* before = "";  // markup
+    std::int32_t start = 0;
+    std::int32_t length = 0;
+    std::int32_t total = 0;
+};
+
+// Inserts the counts, which are known last, in front of the rows, which begin at `at`. Returns 0,
+// or -1 with `out` emptied when memory ran out.
+[[nodiscard]] int search_insert_counts(wms_strbuf* out, std::int32_t at,
+                                       const search_counts& counts);
 
 // Appends <tag>, the value and </tag>: a value is escaped, of which at most 1023 bytes are taken,
 // and wrapped in a CDATA section as well; null is empty.
