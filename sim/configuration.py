@@ -89,7 +89,8 @@ class Configuration:
                 answer = self._run(request, role)
         except Refused as refusal:
             answer = _result(1, str(refusal))
-        return json.dumps(answer, ensure_ascii=False) + "\n"
+        # Half a surrogate pair and bytes that are no UTF-8 become "?": no JSON can hold them.
+        return json.dumps(answer, ensure_ascii=False).encode(errors="replace").decode() + "\n"
 
     def _run(self, request, role):
         operation, _, rest = request["command"].partition("&")

@@ -78,10 +78,10 @@ def test_what_is_set_is_read_back_there_and_below(admin):
         found = json.loads(call(admin, "object/vlan?config_path=" + node).text)["objects"]["vlan"]
         return {vlan["id"]: vlan.get("description") for vlan in found}
 
-    call(admin, "object/vlan?config_path=/hq", '{"id": 20, "description": "\\"ü%"}'.encode())
+    call(admin, "object/vlan?config_path=/hq", '{"id": 20, "description": "\\"ü%\\ud800"}'.encode())
     call(admin, "object/vlan", b'[{"id": 10, "description": "own"}, {"id": 30}]')
-    assert vlans("/hq") == {10: "Management", 20: '"ü%'}
-    assert vlans("/hq/mynode") == {10: "own", 20: '"ü%', 30: None}
+    assert vlans("/hq") == {10: "Management", 20: '"ü%?'}
+    assert vlans("/hq/mynode") == {10: "own", 20: '"ü%?', 30: None}
     assert vlans("/hq/branch") == {10: "Management", 20: "Branch office"}
 
 
