@@ -62,6 +62,11 @@ constexpr auto operations = std::to_array<operation_row>({
      .log_line = "Invoking POST object"},
 });
 
+struct payload_text {
+    const char* text;  // decoded; null when there is none
+    bool whole;        // all that the client sent
+};
+
 void append(wms_strbuf* response, std::string_view text) {
     wms_strbuf_append(response, text.data(), static_cast<std::int32_t>(text.size()));
 }
@@ -95,6 +100,13 @@ bool is_whole(const cgi* input, std::string_view method, const char* payload) {
     return body_content_length(input).value_or(0) <= static_cast<std::int64_t>(kept);
 }
 
+payload_text take_payload(const cgi* input, std::string_view method) {
+    char* const text = cgi_query_string(input);
+    const bool whole = is_whole(input, method, text);
+    if (text != nullptr) decode_payload(text);
+    return {.text = text, .whole = whole};
+}
+
 // Null, and a log line that says why, for a request that is not served.
 const operation_row* choose_operation(const cgi* input, std::string_view method) {
     const std::string_view uri = variable_or_empty(input, "REQUEST_URI");
@@ -114,13 +126,11 @@ const operation_row* choose_operation(const cgi* input, std::string_view method)
     return nullptr;
 }
 
-malloc_text build_line(const cgi* input, const operation_row& row) {
-    char* const payload = cgi_query_string(input);
-    if (!is_whole(input, row.method, payload)) return nullptr;
-    if (payload != nullptr) decode_payload(payload);
-    const std::size_t length = payload != nullptr ? std::strlen(payload) : 0;
+malloc_text build_line(const cgi* input, const operation_row& row, const payload_text& payload) {
+    if (!payload.whole) return nullptr;
+    const std::size_t length = payload.text != nullptr ? std::strlen(payload.text) : 0;
     return malloc_text{
-        parse_uri(variable_or_empty(input, "REQUEST_URI"), row.operation, payload, length)};
+        parse_uri(variable_or_empty(input, "REQUEST_URI"), row.operation, payload.text, length)};
 }
 
 void run_line(wms_strbuf* response, const session_record* session, const char* line) {
@@ -139,13 +149,14 @@ int exec_configuration(const char* key, wms_strbuf* response, session_record* se
                        pg_conn* /*db*/, cgi* input) {
     append(response, json_header);
     log_request(input);
-    const operation_row* const row =
-        choose_operation(input, variable_or_empty(input, "REQUEST_METHOD"));
+    const std::string_view method = variable_or_empty(input, "REQUEST_METHOD");
+    const payload_text payload = take_payload(input, method);
+    const operation_row* const row = choose_operation(input, method);
     if (row == nullptr) {
         append(response, not_supported);
         return 0;
     }
-    const malloc_text line = build_line(input, *row);
+    const malloc_text line = build_line(input, *row, payload);
     if (!line) {
         append(response, invalid_url);
         return 0;
