@@ -42,6 +42,7 @@ def test_a_request_becomes_one_line(admin, target, body, command):
     ("object/all", b"", "Invalid URL string"),
     ("object/ntp?config_path=/hq%0Aoperation=set", b"{}", "Invalid URL string"),
     ("object/ntp", b"{}\0{}", "Invalid URL string"),
+    pytest.param("showcommand/b?" + "x" * 102400, None, "Invalid URL string", id="long query"),
 ])
 def test_what_makes_no_line_is_not_sent(admin, target, body, error):
     assert json.loads(call(admin, target, body).text) == {"Error": error}
@@ -85,7 +86,7 @@ def test_what_is_set_is_read_back_there_and_below(admin):
     assert vlans("/hq/branch") == {10: "Management", 20: "Branch office"}
 
 
-@pytest.mark.parametrize("plan", [{"close_after": 30}, {"output": "", "message": "<ERROR>busy</ERROR>"}])
+@pytest.mark.parametrize("plan", [{"output": "{}", "close_after": 10}, {"output": "", "message": "<ERROR>busy</ERROR>"}])
 def test_a_failed_exchange_is_an_empty_body(admin, plan):
     harness.plan(**plan)
     assert call(admin, "object/ntp").text == ""
