@@ -26,7 +26,7 @@ constexpr std::size_t line_room = 256;  // bytes that a line may have beyond its
 constexpr std::string_view path_field = "config_path=";
 constexpr std::string_view default_path = "/hq/mynode";
 
-// The variable parts of a line, and how long it may get, its NUL included.
+// The variable parts of a line, and how long it gets at most, its NUL included.
 struct line_parts {
     std::string_view operation;
     std::string_view kind;
@@ -113,15 +113,14 @@ bool read_query(line_parts* parts, uri_query* query, const char* text) {
     return !ends_field(parts->file_name);
 }
 
-// The line of these pieces; null when it does not fit.
+// The line of these pieces, cut at its room; null when memory runs out.
 malloc_text join(const line_parts& parts, std::initializer_list<std::string_view> pieces) {
     malloc_text line{static_cast<char*>(std::malloc(parts.room))};
     if (!line) return line;
-    bounded_writer to{.out = line.get(), .size = parts.room};
+    bounded_writer to{.out = line.get(), .size = parts.room - 1};
     for (const std::string_view piece : pieces)
         bounded_writer_append(&to, piece);
-    bounded_writer_append(&to, "\0"sv);
-    if (to.used > to.size) line.reset();
+    line.get()[std::min(to.used, to.size)] = '\0';
     return line;
 }
 

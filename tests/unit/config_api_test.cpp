@@ -57,10 +57,12 @@ TEST_F(config_api, RequestLines) {
     }
 }
 
-TEST_F(config_api, ALineThatDoesNotFitIsNone) {
+TEST_F(config_api, ALongLineIsCutBehindItsRoom) {
     const std::string uri = "/v1/configuration/object?config_path=/" + std::string(222, 'p');
-    EXPECT_EQ(line(uri.c_str(), "operation=set", "12345").size(), 5 + 255U);
-    EXPECT_EQ(line((uri + 'p').c_str(), "operation=set", "12345"), "none");
+    const std::string whole = line(uri.c_str(), "operation=set", "12345");
+    EXPECT_EQ(whole.size(), 5 + 255U);
+    EXPECT_TRUE(whole.ends_with("&data=12345"));
+    EXPECT_TRUE(line((uri + 'p').c_str(), "operation=set", "12345").ends_with("p&data=1234"));
 }
 
 TEST_F(config_api, OtherMethodsAndAMissingUriAreNotSupported) {
