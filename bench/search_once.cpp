@@ -5,7 +5,7 @@
 #include "runtime/request.h"
 #include "runtime/strbuf.h"
 
-#include "monitor/ap_search.h"
+#include "monitor/monitor_handlers.h"
 
 int main() {
     request_record request;

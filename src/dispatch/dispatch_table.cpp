@@ -12,11 +12,7 @@
 #include "auth/json_login.h"
 
 #include "api/api_handlers.h"
-#include "monitor/ap_search.h"
-#include "monitor/csv_export.h"
 #include "monitor/monitor_handlers.h"
-#include "monitor/permissions_page.h"
-#include "monitor/report_store.h"
 
 #include "dispatch/generic_wrapper.h"
 #include "dispatch/not_implemented.h"

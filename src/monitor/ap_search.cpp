@@ -15,6 +15,7 @@
 #include "runtime/strbuf.h"
 
 #include "monitor/am_search.h"
+#include "monitor/monitor_handlers.h"
 #include "monitor/search_rows.h"
 #include "monitor/search_terms.h"
 

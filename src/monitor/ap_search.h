@@ -1,9 +1,11 @@
-// Searches of the global database of access points, for the browser's monitoring screens.
+// The search for access points that serve clients or form a mesh, and the steps of its queries.
 #pragma once
 
 #include <cstdint>
 
-#include "runtime/handler.h"
+struct cgi;
+struct pg_conn;
+struct wms_strbuf;
 
 // What is searched for, as the query steps know it.
 enum ap_search_class : int { ap_class_probes = 2, ap_class_straps = 3, ap_class_allmesh = 6 };
@@ -18,14 +20,6 @@ enum ap_query_step : int {
     ap_step_ordering,  // empty unless the request has sort criteria
     ap_step_paging,
 };
-
-// The search in a document, over a connection of its own to the database gapdb. Form fields:
-// `class`
-// ("amii" air monitors, "probes", "straps", "allmesh"; else nothing is found), filters (`location`,
-// `type`, `apgroup`, `name`, `ip`, `status`, `role`), `sort-criteria`, `start` and `page-size`.
-// Returns 0; -1 with an empty response when there is no connection or memory, or with the generic
-// error behind what was written when a filter does not fit or the server refuses the query.
-request_handler wlmng_search;
 
 // Appends the page of access points of a class (ap_search_class) that the request asks for, or the
 // error; a count that the server refuses is a page of none.

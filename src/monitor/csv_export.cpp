@@ -1,10 +1,10 @@
-#include "monitor/csv_export.h"
-
 #include <cstdlib>
 #include <string_view>
 
 #include "runtime/cgi.h"
 #include "runtime/strbuf.h"
+
+#include "monitor/monitor_handlers.h"
 
 namespace {
 

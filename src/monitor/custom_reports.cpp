@@ -5,15 +5,15 @@
 #include <cstdint>
 #include <string_view>
 
-#include "platform/ownership.h"
 #include "platform/paths.h"
 
 #include "runtime/http_date.h"
 #include "runtime/request.h"
-#include "runtime/sfmt.h"
 #include "runtime/strbuf.h"
 
 #include "backend/cli_reader.h"
+
+#include "monitor/report_store.h"
 
 namespace {
 
@@ -88,12 +88,10 @@ void append_rows(wms_strbuf* out, const char* text, std::int32_t length) {
 }
 
 void render(wms_strbuf* out) {
-    char* data = nullptr;
-    std::int32_t size = 0;
-    const bool was_read = sfmt_read_all(&data, &size, paths::custom_reports) == 0;
-    const malloc_text file(data);
+    scoped_strbuf file;
+    const bool was_read = report_store_read(file) >= 0;
     wms_strbuf_fmt(out, "%s", table_head);
-    if (was_read) append_rows(out, file.get(), size);
+    if (was_read) append_rows(out, file.buf.data, file.buf.length);
     wms_strbuf_fmt(out, "%s%s", table_tail, was_read ? "\n" : "");
 }
 

@@ -8,6 +8,8 @@
 #include "runtime/session_record.h"
 #include "runtime/strbuf.h"
 
+#include "monitor/monitor_handlers.h"
+
 namespace {
 
 constexpr std::int32_t field_size = 128;

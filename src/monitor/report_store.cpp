@@ -18,33 +18,14 @@
 #include "runtime/fsb.h"
 #include "runtime/strbuf.h"
 
+#include "monitor/monitor_handlers.h"
+
 namespace {
 
 constexpr std::int64_t recommended_flash_mib = 2000;
 constexpr mode_t everybody = 0666;  // as far as the umask lets them
 constexpr std::int32_t reason_size = 256;
 constexpr std::size_t path_size = 64;
-
-// Appends all of the file, or nothing.
-bool append_file(wms_strbuf* response, const char* path) {
-    const unique_fd file = safe_open_trusted(path);
-    struct stat facts {};
-    if (!file || ::fstat(file.get(), &facts) != 0 || facts.st_size <= 0) return false;
-    if (wms_strbuf_reserve(response, facts.st_size) != 0) return false;
-    const std::int32_t before = response->length;
-    const std::int32_t whole = before + static_cast<std::int32_t>(facts.st_size);
-    ssize_t got = 1;
-    while (response->length < whole && got != 0) {
-        char* const end = response->data + response->length;
-        got = ::read(file.get(), end, static_cast<std::size_t>(whole - response->length));
-        if (got < 0 && errno != EINTR) break;
-        if (got > 0) response->length += static_cast<std::int32_t>(got);
-    }
-    const bool complete = response->length == whole;
-    if (!complete) response->length = before;
-    response->data[response->length] = '\0';
-    return complete;
-}
 
 bool write_all(int fd, std::string_view data) {
     while (!data.empty()) {
@@ -84,11 +65,32 @@ std::string_view data_of(const cgi_pair& pair) {
 
 }  // namespace
 
+std::int32_t report_store_read(wms_strbuf* out) {
+    const unique_fd file = safe_open_trusted(paths::custom_reports);
+    struct stat facts {};
+    if (!file || ::fstat(file.get(), &facts) != 0 || facts.st_size < 0) return -1;
+    if (wms_strbuf_reserve(out, facts.st_size) != 0) return -1;
+    const std::int32_t before = out->length;
+    const auto size = static_cast<std::int32_t>(facts.st_size);
+    const std::int32_t whole = before + size;
+    ssize_t got = 1;
+    while (out->length < whole && got != 0) {
+        char* const end = out->data + out->length;
+        got = ::read(file.get(), end, static_cast<std::size_t>(whole - out->length));
+        if (got < 0 && errno != EINTR) break;
+        if (got > 0) out->length += static_cast<std::int32_t>(got);
+    }
+    const bool complete = out->length == whole;
+    if (!complete) out->length = before;
+    out->data[out->length] = '\0';
+    return complete ? size : -1;
+}
+
 int cr_load(const char* /*key*/, wms_strbuf* response, session_record* /*session*/, pg_conn* /*db*/,
             cgi* /*input*/) {
     wms_strbuf_clear(response);
     wms_strbuf_fmt(response, "%s", xml_header);
-    if (append_file(response, paths::custom_reports)) return 0;
+    if (report_store_read(response) > 0) return 0;
     wms_strbuf_fmt(response, "<qorin><status>ok</status></qorin>");
     return 0;
 }

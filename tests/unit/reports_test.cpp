@@ -5,10 +5,10 @@
 
 #include "runtime/error_response.h"
 
-#include "monitor/csv_export.h"
+#include "monitor/custom_reports.h"
+#include "monitor/monitor_handlers.h"
 #include "monitor/permissions_page.h"
 #include "monitor/poll_interval.h"
-#include "monitor/report_store.h"
 
 #include "service_support.h"
 
@@ -78,6 +78,10 @@ TEST_F(report_store, links_are_not_followed) {
     std::ofstream("/flash/precious") << "precious";
     ASSERT_EQ(symlink("/flash/precious", paths::custom_reports), 0);
     EXPECT_EQ(serve(cr_load, ""), nothing_saved);
+    const request_record request;
+    scoped_strbuf table;
+    wuic_uih_custom_reports_to_cli(table);
+    EXPECT_TRUE(text_of(table.buf).ends_with("</th></t></re>"));  // none was read
     EXPECT_EQ(serve(cr_save, "operand=x"), saved("ok", ""));
     EXPECT_EQ(content("/flash/precious"), "precious");
     EXPECT_EQ(serve(cr_load, ""), xml_header + "x"s);

@@ -1,1 +1,0 @@
-SELECT g.ip AS ip FROM global_ap_table as g   LEFT JOIN global_radio_table as r       ON (g.wired_mac = r.wired_mac) WHERE (r.type = 'soft-ap' OR r.type = 'disabled' OR r.type = 'mesh-portal' OR r.type = 'mesh-point' OR g.cpsec_denied = '1' OR r.type IS NULL) GROUP BY g.wired_mac, g.ip
