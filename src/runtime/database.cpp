@@ -122,6 +122,8 @@ void report_failure(const database_row& row, const PGconn* conn, wms_strbuf* res
 
 void database_init() {
     static_cast<void>(setenv("PGOPTIONS", server_options, 1));
+    // In some encodings a backslash is the second byte of a character, and escapes nothing.
+    static_cast<void>(setenv("PGCLIENTENCODING", "UTF8", 1));
 }
 
 int databases_open(controller_databases* databases, wms_strbuf* response) {

@@ -2,7 +2,8 @@
 //
 // wuic_escape_sql puts backslashes into literals, and by default PostgreSQL takes those for plain
 // characters: the quote behind one would end the literal. Connections therefore have
-// standard_conforming_strings off; one that does not is refused.
+// standard_conforming_strings off; one that does not is refused. And queries are sent as UTF-8
+// whatever the database or the role is set to, since a backslash is itself in every UTF-8 text.
 #pragma once
 
 #include "platform/ownership.h"
@@ -16,7 +17,8 @@ struct controller_databases {
     db_conn userdb;
 };
 
-// Sets PGOPTIONS for this process; called once, before the first connection.
+// Sets PGOPTIONS and PGCLIENTENCODING for this process; called once, before the first
+// connection.
 void database_init();
 
 // Opens the four databases side by side. Returns 0; or -1 at the first one (in the order of the

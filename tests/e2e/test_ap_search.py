@@ -244,6 +244,15 @@ def test_a_text_that_does_not_fit_is_refused(search, fields):
     assert search(**fields) == TOO_LONG
 
 
+def test_no_setting_of_the_database_lets_a_character_take_a_backslash(search):
+    harness.sql("ALTER DATABASE gapdb SET client_encoding = gbk")
+    try:
+        answer = search(**{"class": "amii", "name": b"\xbf' OR true) --"})
+        assert 'invalid byte sequence for encoding "UTF8": 0xbf' in answer
+    finally:
+        harness.sql("ALTER DATABASE gapdb RESET client_encoding")
+
+
 def test_without_a_connection_nothing_is_written(search):
     """Only the request's first connection is taken, once those of earlier requests are gone."""
     harness.sql("ALTER DATABASE gapdb CONNECTION LIMIT 1")
