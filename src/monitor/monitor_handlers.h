@@ -16,10 +16,10 @@ request_handler wuic_get_role_policy_raw;
 
 // A search of the access points in a document, over a connection of its own to the database gapdb.
 // Form fields: `class` ("amii" air monitors, "probes", "straps", "allmesh"; else nothing is found),
-// filters (`location`, `type`, `apgroup`, `name`, `ip`, `status`, `role`), `sort-criteria`, `start`
-// and `page-size`. Returns 0; -1 with an empty response when there is no connection or memory, or
-// with the generic error behind what was written when a filter does not fit or the server refuses
-// the query.
+// filters (`apgroup`, `ip`, `location`, `name`, `role`, `status`, `type`), the page (`page-size`,
+// `start`) and its order (`sort-criteria`). Returns 0; -1 with an empty response when there is no
+// connection or memory, or with the generic error behind what was written when a filter does not
+// fit or the server refuses the query.
 request_handler wlmng_search;
 
 // A document with the session's user and role, each cut to 127 bytes of markup. Returns 0; -1, the
