@@ -25,6 +25,9 @@ Try, in another shell:
   curl -sk -b "SESSION=\$TOKEN" "$WMS_URL/monitor-summary-data"
   curl -sk -b "SESSION=\$TOKEN" "$WMS_URL/screens/cmnutil/getRolePolicy.xml"
 
+  # Search the access points: ten of those whose address holds "10.64.1.", by name.
+  curl -sk -b "SESSION=\$TOKEN" "$WMS_URL/wlm-search?class=probes&ip=10.64.1.&sort-criteria=name,asc"
+
   # Log out.
   curl -sk -b "SESSION=\$TOKEN" "$WMS_URL/v1/api/logout?UIDQORIN=\$TOKEN"
 
