@@ -19,10 +19,18 @@ constexpr std::size_t counts_size = 256;
 // What one field takes at most: an escaped value, and a tag twice with what stands around it.
 constexpr std::int64_t field_room = value_size + 128;
 
+// A large page is made of millions of pieces, so they are copied side by side, not appended one by
+// one.
 void append(wms_strbuf* out, std::initializer_list<std::string_view> pieces) {
-    for (const std::string_view piece : pieces) {
-        wms_strbuf_append(out, piece.data(), static_cast<std::int32_t>(piece.size()));
-    }
+    std::size_t size = 0;
+    for (const std::string_view piece : pieces)
+        size += piece.size();
+    if (wms_strbuf_reserve(out, static_cast<std::int64_t>(size)) < 0) return;
+    char* end = out->data + out->length;
+    for (const std::string_view piece : pieces)
+        end += piece.copy(end, piece.size());
+    *end = '\0';
+    out->length += static_cast<std::int32_t>(size);
 }
 
 void emit_as(wms_strbuf* out, const search_field& field, const char* value) {
