@@ -47,7 +47,7 @@ measure_replies() {
 
 measure_search() {
     build_preset bench
-    enter_sandbox --preset release --services all -- /usr/bin/python3 bench/ap_search.py
+    enter_sandbox --preset bench --services all -- /usr/bin/python3 bench/ap_search.py
 }
 
 scripts/packages.sh run bench
