@@ -417,8 +417,8 @@ bool sgml_tokenizer_is_text(const sgml_token* token) {
 
 bool sgml_tokenizer_stack_is_tag(const sgml_tokenizer* tokenizer, const char* name,
                                  std::int32_t index) {
-    const std::int64_t at =
-        index >= 0 ? std::int64_t{tokenizer->depth} - 1 - index : -(std::int64_t{index} + 1);
+    const std::int64_t from_outermost = -std::int64_t{index} - 1;
+    const std::int64_t at = index < 0 ? from_outermost : tokenizer->depth + from_outermost;
     if (at < 0 || at >= tokenizer->depth || at >= sgml_stack_max) return false;
     return sgml_tokenizer_is_tag(&tokenizer->stack[static_cast<std::size_t>(at)], name, false);
 }

@@ -5,6 +5,8 @@
 
 namespace {
 
+constexpr std::int32_t pointer_size = 8;  // bytes of the commonest elements
+
 char* element_at(const wsv* vec, std::int32_t i) {
     return vec->buf.data + std::size_t(i) * vec->elem_size;
 }
@@ -33,8 +35,8 @@ void* wsv_add(wsv* vec, const void* element) {
     const std::int32_t size = step(vec);
     wms_strbuf* const buf = &vec->buf;
     // Vectors of pointers grow by hundreds of thousands: no calls while there is room.
-    if (size == sizeof(void*) && buf->capacity - buf->length > size) {
-        std::memcpy(buf->data + buf->length, element, sizeof(void*));
+    if (size == pointer_size && buf->capacity - buf->length > size) {
+        std::memcpy(buf->data + buf->length, element, pointer_size);
         buf->length += size;
         buf->data[buf->length] = '\0';
     } else if (wms_strbuf_append(buf, static_cast<const char*>(element), size) < 0) {
