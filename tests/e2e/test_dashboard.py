@@ -52,16 +52,11 @@ def dashboard(sid, query=""):
     return document, {item.findtext("cmd"): item for item in items}
 
 
-def result(item):
-    return item.findtext("status"), item.findtext("result")
-
-
 @pytest.mark.parametrize("query, plan, view", [
-    ("", {}, "master"), ("?operand=other", {}, "master"), (CONTROLLER, {}, "controller"),
+    ("?operand=other", {}, "master"), (CONTROLLER, {}, "controller"),
     ("", {"output": "<re><d n='ems'>true</d><d n='mst'>true</d></re>"}, "controller"),
     ("", {"output": '<re><d n="mst">true</d></re>'}, "controller"),
     ("", {"output": "", "message": "busy"}, "master"),
-    (CONTROLLER, {"output": "", "message": "busy"}, "controller"),
 ])
 def test_the_view_follows_the_controller_and_the_operand(reader, query, plan, view):
     if plan:
@@ -95,8 +90,8 @@ def test_the_view_follows_the_controller_and_the_operand(reader, query, plan, vi
 def test_every_kind_of_reply_is_told_as_it_came(admin, label, plan, expected):
     harness.plan(match=label, **plan)
     _, items = dashboard(admin, CONTROLLER)
-    shown_as = {"show cpuload": "show datapath utilization"}
-    assert result(items[shown_as.get(label, label)]) == expected
+    item = items[{"show cpuload": "show datapath utilization"}.get(label, label)]
+    assert (item.findtext("status"), item.findtext("result")) == expected
 
 
 def test_what_the_controller_says_of_itself(admin):
@@ -119,8 +114,7 @@ NOTHING = "<re></re>"
     ("127.1", "1", "0", [NOTHING, NOTHING]),
     ("", "2147483647", "2147483647", [NOTHING, IN_USE % (2147483647, 2147483647)]),
     ("\n127.0.0.1 ", "100x", "100", [LOOPBACK, NOTHING]),
-    ("<![CDATA[127.0.0.1]]>", "100", "99999999999", [LOOPBACK, NOTHING]),
-    ("127.0.0.1</d><d>", "", "10", [LOOPBACK, NOTHING]),
+    ("<![CDATA[127.0.0.1]]>", "", "99999999999", [LOOPBACK, NOTHING]),
 ])
 def test_warnings_come_of_basic_info(admin, address, count, limit, expected):
     harness.plan(match=BASIC_INFO, output='<re><d n="localip">%s</d><d N=\'apcount\'>%s</d>'

@@ -2,7 +2,7 @@
 
 import json
 import re
-import threading
+from concurrent.futures import ThreadPoolExecutor
 from urllib.parse import parse_qsl
 
 import pytest
@@ -53,35 +53,19 @@ def test_names_and_passwords_with_every_kind_of_quote_arrive_unchanged():
     assert [row[2:4] + row[5:6] for row in rows()] == [["o'brien", "read-only", "/a'b"]]
 
 
-def test_a_multipart_form_logs_in_too():
-    body, headers = harness.multipart(("username", b"admin"), ("password", b"wlan-Demo1"))
-    assert harness.http_request(LOGIN, "POST", body, headers).status == 200
-
-
-@pytest.mark.parametrize("size, status", [(0, 200), (255, 200), (256, None)])
-def test_an_uploaded_file_beside_the_login_is_judged_by_its_name(size, status):
+@pytest.mark.parametrize("size, too_long", [(0, False), (255, False), (256, True)])
+def test_an_uploaded_file_beside_the_login_is_judged_by_its_name(size, too_long):
     body, headers = harness.multipart(("username", b"admin"), ("password", b"wlan-Demo1"),
                                       ("file", b"data", "n" * size))
     response = harness.http_request(LOGIN, "POST", body, headers)
-    if status:
-        assert response.status == status
-    else:
-        harness.assert_reason(response, "Restricted Filename encountered.")
+    assert response.status == 200
+    assert ("Restricted Filename encountered." in response.text) == too_long
 
 
 def test_a_path_that_does_not_fit_becomes_empty_and_nothing_is_cut():
     harness.plan(output="role=root&path=/" + "p" * 300)
     assert login().status == 200
     assert [row[5] for row in rows()] == [""]
-
-
-@pytest.mark.parametrize("role", ["root'; DELETE FROM http_session; --", "ro\\", "r\"'\\'"])
-def test_a_role_from_the_helper_is_data(role):
-    kept = harness.add_session(user="other")
-    harness.plan(output="path=/&role=" + "".join("%%%02X" % byte for byte in role.encode()))
-    assert login().status == 200
-    assert sorted(row[3] for row in rows()) == sorted(["root", role])
-    assert kept in [row[0] for row in rows()]
 
 
 def test_the_64th_session_is_the_last():
@@ -118,17 +102,13 @@ def test_the_factory_default_state_has_no_login():
 def test_logins_side_by_side_do_not_mix():
     users = [("admin", "wlan-Demo1"), ("reader", "wlan-Demo2"), ("guest", "wlan-Demo3"),
              ("standard", "wlan-Demo4")] * 2
-    found = {}
 
-    def one(number):
+    def sid_and_answer(number):
         sid = json.loads(login(*users[number]).text)["_global_result"]["UIDQORIN"]
-        found[number] = (sid, harness.execute(sid, "ping %d" % number).text)
+        return sid, harness.execute(sid, "ping %d" % number).text
 
-    threads = [threading.Thread(target=one, args=(number,)) for number in range(len(users))]
-    for thread in threads:
-        thread.start()
-    for thread in threads:
-        thread.join()
+    with ThreadPoolExecutor(len(users)) as pool:
+        found = list(pool.map(sid_and_answer, range(len(users))))
     owners = {row[0]: row[2] for row in rows()}
-    assert [owners[found[number][0]] for number in range(len(users))] == [user for user, _ in users]
-    assert all('"Target">%d<' % number in found[number][1] for number in found)
+    assert [owners[sid] for sid, _ in found] == [user for user, _ in users]
+    assert all('"Target">%d<' % number in text for number, (_, text) in enumerate(found))
