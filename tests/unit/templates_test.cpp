@@ -24,7 +24,6 @@ struct templates : testing::Test {
         std::int32_t length = -1;
         EXPECT_EQ(sfmt_fmt_ii(&vars, &block, &length, input.data(), input.size), -total);
         const malloc_text owned(block);
-        EXPECT_EQ(length, total);
         EXPECT_EQ(block != nullptr, total > 0);
         EXPECT_EQ(std::string(block != nullptr ? block : "", size_t(length)), result);
         return result;
@@ -75,16 +74,15 @@ TEST_F(templates, only_regular_files_of_a_bounded_size_are_read) {
     put_file("/tmp/empty", "");
     ASSERT_EQ(mkdir("/tmp/sys", 0755), 0);
     ASSERT_EQ(mount("none", "/tmp/sys", "sysfs", MS_RDONLY, nullptr), 0) << std::strerror(errno);
-    const std::pair<const char*, int> rows[] = {
-        {"/tmp/fifo", EINVAL},
-        {"/tmp", EINVAL},
-        {"/dev/zero", EINVAL},
-        {"/tmp/huge", EFBIG},
-        {"/tmp/no", ENOENT},
-        {"/tmp/text", 0},
-        {"/tmp/empty", 0},
-        {"/tmp/sys/kernel/uevent_seqnum", EIO}};  // is shorter than the kernel says
-    for (const auto& [path, expected] : rows) {
+    for (const auto& [path, expected] :
+         {std::pair{"/tmp/fifo", EINVAL},
+          {"/tmp", EINVAL},
+          {"/dev/zero", EINVAL},
+          {"/tmp/huge", EFBIG},
+          {"/tmp/no", ENOENT},
+          {"/tmp/text", 0},
+          {"/tmp/empty", 0},
+          {"/tmp/sys/kernel/uevent_seqnum", EIO}}) {  // is shorter than the kernel says
         SCOPED_TRACE(path);
         char* data = nullptr;
         std::int32_t size = -1;
