@@ -109,7 +109,7 @@ struct quotes {
     void pass(char c) {
         const bool quote = !escaped && (c == run || (run == 0 && (c == '\'' || c == '"')));
         escaped = !escaped && c == '\\';
-        if (quote) run = run == 0 ? c : 0;
+        if (quote) run = run == 0 ? c : '\0';
     }
 };
 
@@ -177,18 +177,22 @@ struct rules {
         return text.substr(*i, to - *i);
     }
 
+    enum body_state { wants_tag, wants_attribute, after_name, wants_value };
+
+    static bool misplaced(const string& word, body_state state) {
+        return word.empty() || (word == "=" && state != after_name);
+    }
+
     // Returns the error, if any.
     std::optional<event> body(event* tag, std::size_t i, std::size_t end) const {
-        enum { wants_tag, wants_attribute, after_name, wants_value } state = wants_tag;
+        body_state state = wants_tag;
         string pending;
         for (;;) {
             const auto word = lexeme(&i, end);
             if (!word) return error(i, "unterminated string");
             if (state == after_name && word != "=") add(tag, pending, {});
             if (word == "" && (state == after_name || state == wants_attribute)) return {};
-            if (word == "" || (word == "=" && state != after_name)) {
-                return error(i, "mismatched bracket");
-            }
+            if (misplaced(*word, state)) return error(i, "mismatched bracket");
             if (state == wants_tag) tag->name = *word;
             if (state == wants_attribute) pending = *word;
             if (state == wants_value) add(tag, pending, word);
