@@ -67,10 +67,6 @@ struct payload_text {
     bool whole;        // all that the client sent
 };
 
-void append(wms_strbuf* response, std::string_view text) {
-    wms_strbuf_append(response, text.data(), static_cast<std::int32_t>(text.size()));
-}
-
 const char* variable_or_empty(const cgi* input, const char* name) {
     const char* const value = cgi_get_var(input, name);
     return value != nullptr ? value : "";
@@ -147,18 +143,18 @@ void run_line(wms_strbuf* response, const session_record* session, const char* l
 
 int exec_configuration(const char* key, wms_strbuf* response, session_record* session,
                        pg_conn* /*db*/, cgi* input) {
-    append(response, json_header);
+    wms_strbuf_append_all(response, {json_header});
     log_request(input);
     const std::string_view method = variable_or_empty(input, "REQUEST_METHOD");
     const payload_text payload = take_payload(input, method);
     const operation_row* const row = choose_operation(input, method);
     if (row == nullptr) {
-        append(response, not_supported);
+        wms_strbuf_append_all(response, {not_supported});
         return 0;
     }
     const malloc_text line = build_line(input, *row, payload);
     if (!line) {
-        append(response, invalid_url);
+        wms_strbuf_append_all(response, {invalid_url});
         return 0;
     }
     if (row->method == "POST" && ::strcasestr(line.get(), upload_field) != nullptr &&

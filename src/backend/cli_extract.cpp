@@ -27,7 +27,7 @@ void append_by_format(wms_strbuf* out, string_view format, string_view text) {
     const std::size_t at = std::min(format.find(placeholder), format.size());
     const string_view head = format.substr(0, at);
     format.remove_prefix(std::min(at + placeholder.size(), format.size()));
-    cli_reader_append(out, {head, text, format});
+    wms_strbuf_append_all(out, {head, text, format});
 }
 
 // An empty cell would match every label.
@@ -148,7 +148,7 @@ void end_vlan(wms_strbuf* rows, vlan_relays* current) {
     const wms_strbuf& addresses = current->addresses.buf;
     if (addresses.length == 0) return;
     const std::string vlan = std::to_string(current->vlan);
-    cli_reader_append(rows, {row_head, vlan, "</c><c>", view_of(addresses), row_tail});
+    wms_strbuf_append_all(rows, {row_head, vlan, "</c><c>", view_of(addresses), row_tail});
     wms_strbuf_clear(current->addresses);
 }
 
@@ -165,7 +165,7 @@ void take_vlan_line(wms_strbuf* rows, vlan_relays* current, string_view text) {
         char escaped[address_size * 5];
         const string_view blank = current->addresses.buf.length > 0 ? " " : "";
         error_text_escape(escaped, sizeof escaped, address);
-        cli_reader_append(current->addresses, {blank, escaped});
+        wms_strbuf_append_all(current->addresses, {blank, escaped});
     }
 }
 
@@ -194,7 +194,7 @@ int get_aliases(const session_record* session, char* out, std::int32_t size) {
     cli_reader reader;
     const int result = cli_reader_execute(&reader, session, running_config, nullptr);
     scoped_strbuf table;
-    cli_reader_append(table, {aliases_head});
+    wms_strbuf_append_all(table, {aliases_head});
     scoped_strbuf text;
     string_view line;
     while (next_line(&reader.tokenizer, text, &line, text_form::markup)) {
@@ -203,9 +203,9 @@ int get_aliases(const session_record* session, char* out, std::int32_t size) {
         const std::size_t used = view_of(table.buf).size() + row_head.size() + line.size() +
                                  row_tail.size() + table_tail.size();
         if (used >= static_cast<std::size_t>(size)) break;
-        cli_reader_append(table, {row_head, line, row_tail});
+        wms_strbuf_append_all(table, {row_head, line, row_tail});
     }
-    cli_reader_append(table, {table_tail});
+    wms_strbuf_append_all(table, {table_tail});
     if (table.buf.length >= size) return -1;
     out[view_of(table.buf).copy(out, view_of(table.buf).size())] = '\0';
     return result;
@@ -245,7 +245,8 @@ int get_cpprofile_parms(wms_strbuf* out, const session_record* session, const ch
         const auto* const found =
             std::ranges::find(captive_portal_settings, row.first, &setting::label);
         if (row.count < 2 || found == captive_portal_settings.end()) continue;
-        cli_reader_append(out, {"<", found->element, ">", row.second, "</", found->element, ">"});
+        wms_strbuf_append_all(out,
+                              {"<", found->element, ">", row.second, "</", found->element, ">"});
     }
     return 0;
 }
@@ -284,7 +285,7 @@ void iparse_srvgrp_output(wms_strbuf* out, const char* reply, std::int32_t lengt
     sgml_tokenizer_init(&tokenizer, reply, length);
     row_cells row;
     while (next_row(&tokenizer, &row, text_form::markup)) {
-        cli_reader_append(
+        wms_strbuf_append_all(
             out, {"<row><sname>", row.first, "</sname><stype>", row.second, "</stype></row>"});
     }
 }
@@ -300,7 +301,7 @@ int populate_vlan_iphelper(sfmt* vars, const session_record* session) {
         take_vlan_line(rows, &current, line);
     end_vlan(rows, &current);
     scoped_strbuf table;
-    cli_reader_append(table, {relays_head, view_of(rows.buf), table_tail});
+    wms_strbuf_append_all(table, {relays_head, view_of(rows.buf), table_tail});
     if (table.buf.length == 0) return -1;
     return sfmt_add(vars, "vlan_iphelper", 0, table.buf.data, table.buf.length);
 }

@@ -18,7 +18,7 @@ void append_token(wms_strbuf* buf, const sgml_tokenizer* tokenizer, text_form fo
     if (form == text_form::markup && cdata_is_current(tokenizer)) {
         markup_append(buf, text);
     } else {
-        cli_reader_append(buf, {text});
+        wms_strbuf_append_all(buf, {text});
     }
 }
 
@@ -56,13 +56,4 @@ string_view cli_reader_text(sgml_tokenizer* tokenizer, wms_strbuf* buf, text_for
         if (tokenizer->token.closing != 0 && tokenizer->depth == depth) break;
     }
     return buf->data != nullptr ? buf->data : "";
-}
-
-void cli_reader_append(wms_strbuf* out, std::initializer_list<string_view> pieces) {
-    std::int64_t total = 0;
-    for (const string_view piece : pieces)
-        total += static_cast<std::int64_t>(piece.size());
-    if (wms_strbuf_reserve(out, total) < 0) return;
-    for (const string_view piece : pieces)
-        wms_strbuf_append(out, piece.data(), static_cast<std::int32_t>(piece.size()));
 }

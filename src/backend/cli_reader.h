@@ -3,7 +3,6 @@
 #pragma once
 
 #include <cstdint>
-#include <initializer_list>
 #include <string_view>
 
 #include "platform/ownership.h"
@@ -35,6 +34,3 @@ enum class text_form : std::uint8_t { raw, markup };
 // The text of the current element, that of nested ones included, up to the first NUL byte. Leaves
 // the tokenizer at the close tag. The text stands in `buf`, whose content it replaces.
 std::string_view cli_reader_text(sgml_tokenizer* tokenizer, wms_strbuf* buf, text_form form);
-
-// Appends all of the pieces, or nothing where the buffer cannot grow.
-void cli_reader_append(wms_strbuf* out, std::initializer_list<std::string_view> pieces);

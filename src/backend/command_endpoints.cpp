@@ -48,10 +48,6 @@ const reference* reference_at(string_view text) {
 constexpr char fast_path_user[] = "admin";
 constexpr char fast_path_role[] = "root";
 
-void append_text(wms_strbuf* response, const char* text) {
-    wms_strbuf_append(response, text, static_cast<std::int32_t>(std::strlen(text)));
-}
-
 int invalid_arguments(wms_strbuf* response) {
     wuic_generic_error(response, "Invalid arguments");
     return -1;
@@ -62,7 +58,7 @@ int answer_single(wms_strbuf* response, const session_record* session, char* com
     command_unencode(command);
     if (!command_end(response, command)) return -1;
     const command_outcome outcome = command_run_typed(session, command);
-    append_text(response, xml_header);
+    wms_strbuf_append_all(response, {xml_header});
     if (!outcome.reply && !outcome.failed) return 0;
     return command_finish(response, command_append_reply(response, outcome.reply.get(),
                                                          outcome.reply_len, outcome.msg));
@@ -77,7 +73,7 @@ int append_replies(wms_strbuf* response, const session_record* session, const co
             command_append_reply(response, outcome.reply.get(), outcome.reply_len, outcome.msg);
         if (result != 0) return result;
     }
-    return wms_strbuf_append(response, "</result>", 9);
+    return wms_strbuf_append_all(response, {"</result>"});
 }
 
 bool is_word_byte(char c) {
@@ -97,20 +93,14 @@ bool tells_of_error(string_view output) {
     return false;
 }
 
-int append_success(wms_strbuf* response, string_view output) {
-    append_text(response, "<re><SUCCESS></SUCCESS>");
-    const int result =
-        wms_strbuf_append(response, output.data(), static_cast<std::int32_t>(output.size()));
-    return result == 0 ? wms_strbuf_append(response, "</re>", 5) : result;
-}
-
 int run_fast_path(wms_strbuf* response, const char* command) {
     const command_outcome outcome = command_run_fast(fast_path_user, fast_path_role, command);
     if (outcome.msg[0] != '\0') return command_append_error(response, outcome.msg);
     if (outcome.failed || !outcome.reply) return command_append_error(response, command_refusal);
     const string_view text = command_reply(outcome);
-    return tells_of_error(text) ? command_append_error(response, text)
-                                : append_success(response, text);
+    return tells_of_error(text)
+               ? command_append_error(response, text)
+               : wms_strbuf_append_all(response, {"<re><SUCCESS></SUCCESS>", text, "</re>"});
 }
 
 }  // namespace
@@ -214,8 +204,7 @@ int execCommandsWithContext(const char* /*key*/, wms_strbuf* response, session_r
     command_unencode(commands);
     command_list list;
     if (!command_split(commands, ",", &list)) return invalid_arguments(response);
-    append_text(response, xml_header);
-    append_text(response, "<result>");
+    wms_strbuf_append_all(response, {xml_header, "<result>"});
     return command_finish(response, append_replies(response, session, list));
 }
 
@@ -233,7 +222,7 @@ int execFPCliCommandWithContext(const char* /*key*/, wms_strbuf* response, sessi
                                 pg_conn* /*db*/, cgi* input) {
     char* const command = command_from_query(input, response);
     if (command == nullptr || !command_end(response, command)) return -1;
-    append_text(response, xml_header);
+    wms_strbuf_append_all(response, {xml_header});
     const int result = fast_path_is_permitted(session, command)
                            ? run_fast_path(response, command)
                            : command_append_error(response, command_refusal);

@@ -20,10 +20,6 @@ bool is_error_document(string_view message) {
            message.find("<error>") != string_view::npos;
 }
 
-int append(wms_strbuf* response, string_view text) {
-    return wms_strbuf_append(response, text.data(), static_cast<std::int32_t>(text.size()));
-}
-
 }  // namespace
 
 command_outcome command_run(const session_record* session, const char* command) {
@@ -60,12 +56,8 @@ string_view command_reply(const command_outcome& outcome) {
 }
 
 int command_append_error(wms_strbuf* response, string_view message) {
-    if (is_error_document(message)) return append(response, message);
-    const std::size_t size = error_start.size() + message.size() + error_end.size();
-    if (wms_strbuf_reserve(response, static_cast<std::int64_t>(size)) != 0) return -1;
-    append(response, error_start);
-    append(response, message);
-    return append(response, error_end);
+    if (is_error_document(message)) return wms_strbuf_append_all(response, {message});
+    return wms_strbuf_append_all(response, {error_start, message, error_end});
 }
 
 int command_append_reply(wms_strbuf* response, const char* reply, std::int32_t reply_len,

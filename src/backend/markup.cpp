@@ -20,10 +20,6 @@ constexpr escape_table references = [] {
     return table;
 }();
 
-void append(wms_strbuf* out, std::string_view text) {
-    wms_strbuf_append(out, text.data(), static_cast<std::int32_t>(text.size()));
-}
-
 }  // namespace
 
 void markup_append(wms_strbuf* out, std::string_view text) {
@@ -34,11 +30,10 @@ void markup_append(wms_strbuf* out, std::string_view text) {
 
 void cdata_append(wms_strbuf* out, std::string_view text) {
     for (std::size_t at = text.find(closer); at != text.npos; at = text.find(closer)) {
-        append(out, text.substr(0, at));
-        append(out, split_closer);
+        wms_strbuf_append_all(out, {text.substr(0, at), split_closer});
         text.remove_prefix(at + closer.size());
     }
-    append(out, text);
+    wms_strbuf_append_all(out, {text});
 }
 
 // Any other text begins behind a ">" or at the very start.

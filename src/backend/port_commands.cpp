@@ -71,7 +71,7 @@ int run_all(wms_strbuf* response, const session_record* session, const port_requ
             if (result != 0) return result;
         }
     }
-    return wms_strbuf_append(response, "</result>", 9);
+    return wms_strbuf_append_all(response, {"</result>"});
 }
 
 }  // namespace

@@ -67,15 +67,9 @@ std::string plain_name(std::string_view text, bool is_cdata) {
 }
 
 void append_result(wms_strbuf* out, std::string_view label, const command_outcome& result) {
-    const std::string_view reply = command_reply(result);
-    const auto length = static_cast<std::int32_t>(reply.size());
-    wms_strbuf_fmt(out, "<result cmd=\"");
+    wms_strbuf_append_all(out, {"<result cmd=\""});
     markup_append(out, label);
-    wms_strbuf_fmt(out, "\">");
-    // Appending grows the buffer to the byte, which may copy the whole document.
-    static_cast<void>(wms_strbuf_reserve(out, length));
-    wms_strbuf_append(out, reply.data(), length);
-    wms_strbuf_fmt(out, "</result>");
+    wms_strbuf_append_all(out, {"\">", command_reply(result), "</result>"});
 }
 
 void look_up(wms_strbuf* out, const session_record* session, const char* each,

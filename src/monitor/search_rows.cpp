@@ -2,7 +2,6 @@
 
 #include <cstdio>
 #include <cstring>
-#include <initializer_list>
 #include <string_view>
 
 #include "runtime/error_response.h"
@@ -18,20 +17,6 @@ constexpr std::size_t reason_size = 1024;
 constexpr std::size_t counts_size = 256;
 // What one field takes at most: an escaped value, and a tag twice with what stands around it.
 constexpr std::int64_t field_room = value_size + 128;
-
-// A large page is made of millions of pieces, so they are copied side by side, not appended one by
-// one.
-void append(wms_strbuf* out, std::initializer_list<std::string_view> pieces) {
-    std::size_t size = 0;
-    for (const std::string_view piece : pieces)
-        size += piece.size();
-    if (wms_strbuf_reserve(out, static_cast<std::int64_t>(size)) < 0) return;
-    char* end = out->data + out->length;
-    for (const std::string_view piece : pieces)
-        end += piece.copy(end, piece.size());
-    *end = '\0';
-    out->length += static_cast<std::int32_t>(size);
-}
 
 void emit_as(wms_strbuf* out, const search_field& field, const char* value) {
     char name[value_size];
@@ -50,11 +35,11 @@ void emit_as(wms_strbuf* out, const search_field& field, const char* value) {
 
 void emit_row(wms_strbuf* out, const PGresult* row, const char* element,
               std::span<const search_field> fields) {
-    append(out, {"<", element, ">\n"});
+    wms_strbuf_append_all(out, {"<", element, ">\n"});
     for (const search_field& field : fields) {
         emit_as(out, field, PQgetvalue(row, 0, field.column));
     }
-    append(out, {"</", element, ">\n"});
+    wms_strbuf_append_all(out, {"</", element, ">\n"});
 }
 
 // Calls `each` with every row as it arrives; the library never holds more than one. False when the
@@ -142,7 +127,7 @@ int search_insert_counts(wms_strbuf* out, std::int32_t at, const search_counts& 
 
 void wlm_emit_field(wms_strbuf* out, const char* tag, const char* value) {
     if (value == nullptr || *value == '\0') {
-        append(out, {"<", tag, "></", tag, ">\n"});
+        wms_strbuf_append_all(out, {"<", tag, "></", tag, ">\n"});
         return;
     }
     char escaped[value_size];
@@ -151,5 +136,5 @@ void wlm_emit_field(wms_strbuf* out, const char* tag, const char* value) {
 }
 
 void wlm_emit_cdata(wms_strbuf* out, const char* tag, const char* escaped) {
-    append(out, {"<", tag, "><![CDATA[", escaped, "]]></", tag, ">\n"});
+    wms_strbuf_append_all(out, {"<", tag, "><![CDATA[", escaped, "]]></", tag, ">\n"});
 }

@@ -58,7 +58,6 @@ void write_head(wms_strbuf* out) {
 
 void write_raw(wms_strbuf* out, std::string_view text) {
     wms_strbuf_fmt(out, "<result><![CDATA[");
-    static_cast<void>(wms_strbuf_reserve(out, static_cast<std::int64_t>(text.size())));
     cdata_append(out, text);
     wms_strbuf_fmt(out, "]]></result>");
 }

@@ -66,6 +66,19 @@ int wms_strbuf_append(wms_strbuf* buf, const char* bytes, std::int32_t n) {
     return 0;
 }
 
+int wms_strbuf_append_all(wms_strbuf* buf, std::initializer_list<std::string_view> pieces) {
+    std::size_t size = 0;
+    for (const std::string_view piece : pieces)
+        size += piece.size();
+    if (wms_strbuf_reserve(buf, static_cast<std::int64_t>(size)) < 0) return -1;
+    char* end = end_of(buf);
+    for (const std::string_view piece : pieces)
+        end += piece.copy(end, piece.size());
+    *end = '\0';
+    buf->length += static_cast<std::int32_t>(size);
+    return 0;
+}
+
 int wms_strbuf_fmt(wms_strbuf* buf, const char* format, ...) {
     va_list args;
     va_start(args, format);

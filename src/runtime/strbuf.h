@@ -4,6 +4,8 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <initializer_list>
+#include <string_view>
 
 inline constexpr std::uint32_t wms_strbuf_magic = 0x900DBEEF;
 
@@ -29,6 +31,10 @@ wms_strbuf* wms_strbuf_new(wms_strbuf* buf);
 // Appends `n` bytes, which may hold NULs and may lie in the buffer itself. Returns 0; -1 for a
 // negative n, missing bytes or a failed growth, the buffer unchanged.
 int wms_strbuf_append(wms_strbuf* buf, const char* bytes, std::int32_t n);
+
+// Appends all of the pieces, or nothing, growing as wms_strbuf_reserve does. They must not lie in
+// the buffer. Returns 0, or -1 where wms_strbuf_reserve does.
+int wms_strbuf_append_all(wms_strbuf* buf, std::initializer_list<std::string_view> pieces);
 
 // Appends formatted text; nothing when it is empty or the growth fails. Always returns 0.
 [[gnu::format(printf, 2, 3)]] int wms_strbuf_fmt(wms_strbuf* buf, const char* format, ...);
