@@ -7,6 +7,8 @@
 #include <string_view>
 #include <strings.h>
 
+#include "runtime/text.h"
+
 #include "backend/sgml_tokenizer.h"
 
 namespace {
@@ -37,18 +39,6 @@ inline bool is_named(const sgml_token& token, string_view name) {
 
 string_view token_text(const sgml_tokenizer& tokens) {
     return {tokens.text + tokens.token.start, static_cast<std::size_t>(tokens.token.size)};
-}
-
-constexpr bool is_blank(char c) {
-    return c == ' ' || c == '\t' || c == '\r' || c == '\n';
-}
-
-string_view trimmed(string_view text) {
-    while (!text.empty() && is_blank(text.front()))
-        text.remove_prefix(1);
-    while (!text.empty() && is_blank(text.back()))
-        text.remove_suffix(1);
-    return text;
 }
 
 // ---- texts in place

@@ -36,7 +36,7 @@ constexpr string_view internal_prefix = "wuic:";
 constexpr std::array<string_view, 3> words_for_everybody{"ping", "show", "traceroute"};
 
 // Wider than any command line's notion of white space, so that nothing hides behind a rare one.
-bool is_blank(char c) {
+bool is_white_space(char c) {
     const auto byte = static_cast<unsigned char>(c);
     return byte <= ' ' || byte == 0x7F;
 }
@@ -46,8 +46,8 @@ bool equal_but_case(char a, char b) {
 }
 
 string_view without_leading_blanks(string_view command) {
-    command.remove_prefix(
-        static_cast<std::size_t>(std::ranges::find_if_not(command, is_blank) - command.begin()));
+    command.remove_prefix(static_cast<std::size_t>(
+        std::ranges::find_if_not(command, is_white_space) - command.begin()));
     return command;
 }
 
@@ -82,7 +82,7 @@ bool fast_path_is_permitted(const session_record* session, string_view command) 
     if (!command_is_permitted(session, command)) return false;
     if (has_role(session, "root") || has_role(session, "standard")) return true;
     command = without_leading_blanks(command);
-    const auto end = std::ranges::find_if(command, is_blank);
+    const auto end = std::ranges::find_if(command, is_white_space);
     const string_view word(command.begin(), end);
     return std::ranges::find(words_for_everybody, word) != words_for_everybody.end();
 }

@@ -7,6 +7,7 @@
 #include "runtime/error_response.h"
 #include "runtime/sgml_text.h"
 #include "runtime/strbuf.h"
+#include "runtime/text.h"
 
 #include "backend/command_run.h"
 #include "backend/markup.h"
@@ -34,13 +35,6 @@ constexpr auto policy_commands = std::to_array<policy_command>({
     {.command = "show aaa bandwidth-contracts", .each = nullptr},
     {.command = "show ip access-list brief ipv6", .each = nullptr},
 });
-
-std::string_view trimmed(std::string_view text) {
-    constexpr std::string_view blanks = " \t\r\n";
-    const std::size_t first = text.find_first_not_of(blanks);
-    if (first == text.npos) return {};
-    return text.substr(first, text.find_last_not_of(blanks) - first + 1);
-}
 
 // Inside the command's single quotes, an apostrophe or the end of the line would end the name.
 bool is_quotable(std::string_view name) {

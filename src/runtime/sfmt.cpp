@@ -8,6 +8,7 @@
 #include "platform/ownership.h"
 
 #include "runtime/fsb.h"
+#include "runtime/text.h"
 
 namespace {
 
@@ -38,13 +39,6 @@ void put(output* out, string_view text) {
 
 string_view counted_or_whole(const char* text, std::int32_t length) {
     return length < 1 ? string_view{text} : string_view{text, static_cast<std::size_t>(length)};
-}
-
-string_view trimmed(string_view text) {
-    constexpr string_view blanks = " \t\r\n";
-    const std::size_t first = text.find_first_not_of(blanks);
-    if (first == string_view::npos) return {};
-    return text.substr(first, text.find_last_not_of(blanks) - first + 1);
 }
 
 // ---- variables
