@@ -23,8 +23,6 @@ constexpr escape_table references = [] {
 }  // namespace
 
 void markup_append(wms_strbuf* out, std::string_view text) {
-    // Escaping grows the buffer to the byte, which many pieces would pay for.
-    if (wms_strbuf_reserve(out, static_cast<std::int64_t>(text.size())) < 0) return;
     escape_to_strbuf(out, text, references);
 }
 

@@ -70,11 +70,8 @@ void write_reply(wms_strbuf* out, const command_outcome& result) {
         return;
     }
     const std::string_view reply = command_reply(result);
-    const auto length = static_cast<std::int32_t>(reply.size());
     wms_strbuf_fmt(out, "<status>ok</status>\n<result>");
-    // Escaping grows the buffer to the byte, which may copy the whole document.
-    static_cast<void>(wms_strbuf_reserve(out, length));
-    st_esc2(out, reply.data(), length, false, true);
+    st_esc2(out, reply.data(), static_cast<std::int32_t>(reply.size()), false, true);
     wms_strbuf_fmt(out, "</result>\n");
 }
 

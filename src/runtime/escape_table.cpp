@@ -16,8 +16,8 @@ bool make_room(wms_strbuf* buf, std::string_view in, const escape_table& table) 
     if (buf->length + worst + spare <= buf->capacity) return true;
     bounded_writer measure = bounded_writer_new(nullptr, 0);
     escape_append(&measure, in, table);
-    const auto need = static_cast<std::int64_t>(measure.used) + buf->length + spare;
-    return wms_strbuf_brk(buf, need) == 0;
+    // A document may be made of millions of small texts: its buffer grows by doubling.
+    return wms_strbuf_reserve(buf, static_cast<std::int64_t>(measure.used) + spare) == 0;
 }
 
 }  // namespace
