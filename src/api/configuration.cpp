@@ -9,12 +9,11 @@
 #include "runtime/body_input.h"
 #include "runtime/cgi.h"
 #include "runtime/log.h"
-#include "runtime/session_record.h"
 #include "runtime/strbuf.h"
 #include "runtime/text.h"
 
-#include "backend/cli_helper.h"
 #include "backend/command_endpoints.h"
+#include "backend/command_run.h"
 #include "backend/permission.h"
 #include "backend/refusals.h"
 
@@ -129,16 +128,6 @@ malloc_text build_line(const cgi* input, const operation_row& row, const payload
         parse_uri(variable_or_empty(input, "REQUEST_URI"), row.operation, payload.text, length)};
 }
 
-void run_line(wms_strbuf* response, const session_record* session, const char* line) {
-    char* text = nullptr;
-    std::int32_t length = 0;
-    char msg[cli_message_size];
-    const int result = wuic_cli_execute(session->user, session->ip, session->sid, line, &text,
-                                        &length, msg, sizeof msg);
-    const malloc_text output{text};
-    if (result == 0 && output) wms_strbuf_append(response, output.get(), length);
-}
-
 }  // namespace
 
 int exec_configuration(const char* key, wms_strbuf* response, session_record* session,
@@ -162,6 +151,7 @@ int exec_configuration(const char* key, wms_strbuf* response, session_record* se
         refuse_permission(response, key);
         return 0;
     }
-    run_line(response, session, line.get());
+    const command_outcome outcome = command_run(session, line.get());
+    if (outcome.complete) wms_strbuf_append_all(response, {command_reply(outcome)});
     return 0;
 }

@@ -28,6 +28,7 @@ command_outcome command_run(const session_record* session, const char* command) 
     const int result = wuic_cli_execute(session->user, session->ip, session->sid, command, &output,
                                         &outcome.reply_len, outcome.msg, sizeof outcome.msg);
     outcome.reply.reset(output);
+    outcome.complete = result == 0;
     outcome.failed = result != 0 || outcome.msg[0] != '\0';
     return outcome;
 }
@@ -46,6 +47,7 @@ command_outcome command_run_fast(const char* user, const char* role, const char*
     const int result = wuic_fpcli_execute(user, role, command, &output, &outcome.reply_len,
                                           outcome.msg, sizeof outcome.msg);
     outcome.reply.reset(output);
+    outcome.complete = result == 0;
     outcome.failed = result != 0 || outcome.msg[0] != '\0';
     return outcome;
 }

@@ -15,7 +15,8 @@ struct command_outcome {
     malloc_text reply;  // null when there was none
     std::int32_t reply_len = 0;
     char msg[cli_message_size] = "";
-    bool failed = false;  // the exchange failed, or there is a message
+    bool complete = false;  // the exchange came to its end
+    bool failed = false;    // it did not, or there is a message
 };
 
 // Has the CLI helper run one of the program's own commands as the session's user.
