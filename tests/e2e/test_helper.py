@@ -6,9 +6,12 @@ import re
 import socket
 import threading
 
+import pytest
+
 import harness
 
 NOBODY = 65534
+ANSWER = "<re><data>x</data></re>"
 
 
 @contextlib.contextmanager
@@ -47,6 +50,27 @@ def test_a_helper_of_another_user_learns_nothing(admin):
     with helper_socket_replaced(), listener_of(NOBODY) as received:
         harness.assert_cli_error(harness.execute(admin), "Failed to connect socket: Permission denied")
         assert received() == b""
+
+
+def test_no_password_goes_to_a_helper_of_another_user():
+    with helper_socket_replaced(), listener_of(NOBODY) as received:
+        response = harness.post_form("/v1/api/login", {"username": "admin", "password": "wlan-Demo1"})
+        assert (response.status, received()) == (401, b"")
+
+
+def test_a_reply_that_ends_early_wherever_it_ends(admin):
+    for size in range(4 + 4 + len(ANSWER) + 4):
+        harness.plan(output=ANSWER, close_after=size)
+        harness.assert_cli_error(harness.execute(admin), "Failed to read socket: Success")
+
+
+@pytest.mark.parametrize("lie", [
+    {"output_length": len(ANSWER) + 5}, {"output_length": 0x7FFFFFFF},
+    {"output": "", "message": "late", "message_length": 5},
+    {"output": "", "message_length": 0x7FFFFFFF}])
+def test_a_length_that_lies(admin, lie):
+    harness.plan(**{"output": ANSWER, "message": "", **lie})
+    harness.assert_cli_error_like(harness.execute(admin), "(Failed to read socket|Malloc failed): .*")
 
 
 def test_a_late_reply_holds_up_nobody_else(admin, reader):
