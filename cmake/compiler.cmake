@@ -19,6 +19,9 @@ if(WMS_SANITIZE)
     add_library(wms_sanitizer_options STATIC ${PROJECT_SOURCE_DIR}/tests/sanitizer/options.cpp)
     target_link_libraries(wms_flags INTERFACE wms_sanitizer_options)
     target_link_options(wms_flags INTERFACE -Wl,--require-defined=wms_sanitizer_options)
+    if(WMS_FUZZ)
+        target_compile_options(wms_flags INTERFACE -fsanitize=fuzzer-no-link)
+    endif()
 else()
     target_compile_options(wms_flags INTERFACE
         -fstack-protector-strong -fstack-clash-protection

@@ -72,7 +72,7 @@ shell_scripts() {
     shellcheck -x run.sh test.sh .ci/run scripts/*.sh bench/*.sh
 }
 
-scripts/packages.sh run lint bench
+scripts/packages.sh run lint bench fuzz
 mkdir -p build
 check formatting formatting
 check "include direction" includes

@@ -1,5 +1,6 @@
 #!/bin/bash
-# Installs from Debian's packages what the named groups need and what is missing: run, test, npm, lint, bench.
+# Installs from Debian's packages what the named groups need and what is missing: run, test, npm, lint, bench,
+# fuzz.
 # No service is started, no default database cluster is made, and nothing else of the host changes.
 set -euo pipefail
 here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd -P)
@@ -15,6 +16,7 @@ packages_of() {
         # Node.js builds from elsewhere bring their own npm, and exclude Debian's.
         npm) [[ -x /usr/bin/npm ]] || echo npm ;;
         bench) echo libbenchmark-dev libexpat1-dev libpugixml-dev libxml2-dev hyperfine time ;;
+        fuzz) echo clang libclang-rt-dev ;;
         *) die "unknown package group: $1" ;;
     esac
 }
