@@ -55,19 +55,26 @@ e2e_round() {
     count_round e2e "$1" all scripts/test_round.sh e2e "${@:2}"
 }
 
+# The fuzz targets: their seeds and past finds, then a few seconds of each.
+fuzz_round() {
+    count_round fuzz fuzz '' fuzz/targets.sh check
+}
+
 all_rounds() {
     local preset
     build_preset release
     build_preset asan
+    build_preset fuzz
     for preset in release asan; do
         unit_round "$preset"
         e2e_round "$preset"
     done
+    fuzz_round
 }
 
 filter=${1:-}
 [[ $filter == --lint ]] && exec scripts/lint.sh
-scripts/packages.sh run test
+scripts/packages.sh run test fuzz
 case $filter in
     '') all_rounds ;;
     --unit) build_preset release && unit_round release -R "${2:?--unit needs a name}" ;;

@@ -10,6 +10,7 @@
 #   --host-net            share the host's network; otherwise there is only a loopback interface
 #   --port N              port of the HTTP server (4343)
 #   --listen ADDRESS      its address (127.0.0.1)
+#   --writable FOLDER     what is written to this folder of the checkout stays; elsewhere it is lost
 #   --lifeline            standard input is a pipe; when it closes, everything ends
 #
 # A developer's examples:
@@ -22,7 +23,7 @@ here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd -P)
 # shellcheck source=scripts/lib.sh
 . "$here/lib.sh"
 
-services='' preset=release net=(--net) private_net=yes port=4343 listen=127.0.0.1 lifeline=no
+services='' preset=release net=(--net) private_net=yes port=4343 listen=127.0.0.1 lifeline=no writable=''
 while [[ $# -gt 0 && $1 != -- ]]; do
     case $1 in
         --services) services=$2 && shift 2 ;;
@@ -30,6 +31,7 @@ while [[ $# -gt 0 && $1 != -- ]]; do
         --port) port=$2 && shift 2 ;;
         --listen) listen=$2 && shift 2 ;;
         --host-net) net=() private_net=no && shift ;;
+        --writable) writable=$2 && shift 2 ;;
         --lifeline) lifeline=yes && shift ;;
         *) die "unknown option: $1" ;;
     esac
@@ -45,6 +47,7 @@ environment=(
     TERM="${TERM:-dumb}" PYTHONDONTWRITEBYTECODE=1
     SANDBOX_CHECKOUT="$(dirname "$here")" SANDBOX_PRIVATE_NET="$private_net"
     SANDBOX_LIFELINE="$lifeline" SANDBOX_SERVICES="$services"
+    SANDBOX_WRITABLE="$writable"
     WMS_PRESET="$preset" WMS_PORT="$port" WMS_LISTEN="$listen"
     WMS_URL="https://${listen/#0.0.0.0/127.0.0.1}:$port"
 )

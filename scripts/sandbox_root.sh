@@ -56,7 +56,7 @@ own_folders() {
 }
 
 # The checkout has one short name, and its own, which the build's files refer to. What is written to it
-# goes to memory, so that nothing of root's stays behind in it.
+# goes to memory, so that nothing of root's stays behind in it, but for the folder that was asked for.
 checkout() {
     mkdir "$root/checkout" "$root/.lower"
     memory_folder /.upper 0755 2g
@@ -64,6 +64,7 @@ checkout() {
     mount --bind "$SANDBOX_CHECKOUT" "$root/.lower"
     mount -t overlay -o "lowerdir=$root/.lower,upperdir=$root/.upper/files,workdir=$root/.upper/work" \
         checkout "$root/checkout"
+    [[ -z $SANDBOX_WRITABLE ]] || mount --bind "$SANDBOX_CHECKOUT/$SANDBOX_WRITABLE" "$root/checkout/$SANDBOX_WRITABLE"
     umount "$root/.lower"
     umount --lazy "$root/.upper"
     rmdir "$root/.lower" "$root/.upper"
