@@ -4,6 +4,7 @@
 #   ./test.sh              all tests; the last line counts them
 #   ./test.sh --unit NAME  the unit tests whose names match NAME (ctest -R), plainly
 #   ./test.sh --e2e EXPR   the end-to-end tests that match EXPR (pytest -k), plainly
+#   ./test.sh --fuzz       the fuzz targets: seeds and past finds, then a few seconds of each
 #   ./test.sh --lint       formatting, static analysis, includes, headers, Clang's warnings
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")"
@@ -79,6 +80,7 @@ case $filter in
     '') all_rounds ;;
     --unit) build_preset release && unit_round release -R "${2:?--unit needs a name}" ;;
     --e2e) build_preset release && e2e_round release -k "${2:?--e2e needs an expression}" ;;
+    --fuzz) build_preset fuzz && fuzz_round ;;
     *) die "unknown option: $filter" ;;
 esac
 echo "$passed passed, $failed failed"
