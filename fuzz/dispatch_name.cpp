@@ -1,0 +1,281 @@
+// Requests with any name, opcode, method, role and token: the dispatcher answers with exactly one
+// complete document, and it calls one handler, once, for those alone whom the row's mask and token
+// rule admit.
+//
+// Rows get a handler that only takes notes: lookups are replaced at link time. An input: a byte for
+// the role, a byte of switches, lines with argument 0, SCRIPT_NAME, PATH_INFO, the session's
+// identifier and a role's name, then the query or body.
+#include <array>
+#include <cstdio>
+#include <cstring>
+#include <optional>
+#include <unistd.h>
+
+#include "platform/paths.h"
+
+#include "runtime/error_response.h"
+#include "runtime/strbuf.h"
+
+#include "dispatch/dispatch_table.h"
+#include "dispatch/dispatcher.h"
+#include "dispatch/program_name.h"
+#include "dispatch/setup_page.h"
+
+#include "fuzz_flash.h"
+#include "fuzz_server.h"
+
+namespace {
+
+using std::string_view;
+
+struct call_notes {
+    int calls = 0;
+    std::string key;
+    std::string raw;
+};
+
+call_notes& notes() {
+    static call_notes taken;
+    return taken;
+}
+
+int note_call(const char* key, wms_strbuf* response, session_record*, pg_conn*, cgi* input) {
+    const char* const raw = cgi_query_string(input);
+    ++notes().calls;
+    notes().key = key;
+    notes().raw = raw != nullptr ? raw : "";
+    return wms_strbuf_append_all(response, {xml_header, "<qorin>\n</qorin>\n"});
+}
+
+}  // namespace
+
+// What the linker puts in the place of dispatch_find, and what it calls that (fuzz/CMakeLists.txt).
+const dispatch_row* find_noting(string_view key) asm(
+    "__wrap__Z13dispatch_findSt17basic_string_viewIcSt11char_traitsIcEE");
+const dispatch_row* find_really(string_view key) asm(
+    "__real__Z13dispatch_findSt17basic_string_viewIcSt11char_traitsIcEE");
+
+const dispatch_row* find_noting(string_view key) {
+    static std::optional<dispatch_row> found;
+    const dispatch_row* const row = find_really(key);
+    found.reset();
+    if (row == nullptr) return nullptr;
+    found.emplace(*row);
+    found->handler = note_call;
+    return &*found;
+}
+
+namespace {
+
+// The rows that answer a caller without a session though their masks alone would not.
+constexpr string_view before_session =
+    " /dap/apcount /dap/proc_end_point /dap/proc_route /dap/proc_tunnel /dap/proc_vlan /dap/register"
+    " /dap/un_register /rac/login /rac/logout /screens/wms/wms.login /screens/wms/wms.logout"
+    " /v1/api/login /v1/api/logout heart-beat idp login logout ocsp redirect ";
+
+struct sent_request {
+    std::string argument0, script, info, sid, role, method, text;
+    bool found = false;
+    bool factory_default = false;
+};
+
+const dispatch_row* plain_exact(string_view key) {
+    for (const dispatch_row& row : dispatch_rows())
+        if (row.name == key) return &row;
+    return nullptr;
+}
+
+const dispatch_row* plain_find(string_view key) {
+    if (const dispatch_row* const row = plain_exact(key)) return row;
+    if (key.find("/v1/configuration") != string_view::npos) return plain_exact("/v1/configuration");
+    return key.find('/') == string_view::npos ? nullptr : plain_exact(plain_split(key, '/').back());
+}
+
+bool plain_may_use(const sent_request& sent, const dispatch_row& row) {
+    if (!sent.found) {
+        const std::string word = ' ' + std::string(row.name) + ' ';
+        return row.mask == 0x40 || before_session.find(word) != string_view::npos;
+    }
+    if (sent.role == "root" || sent.role == "standard" || row.mask == 0xFFFF) return true;
+    constexpr std::array<string_view, 9> by_bit{"",
+                                                "read-only",
+                                                "network-operations",
+                                                "guest-provisioning",
+                                                "location-api-mgmt",
+                                                "snmpv3-user",
+                                                "",
+                                                "nbapi-mgmt",
+                                                "ap-provisioning"};
+    for (std::size_t bit = 0; bit < by_bit.size(); ++bit)
+        if (!sent.role.empty() && by_bit[bit] == sent.role) return (row.mask >> bit & 1U) != 0;
+    return false;
+}
+
+// What the token check reads of the request, before the check changes it.
+struct token_facts {
+    std::string uri, field, raw;
+};
+
+enum class token_outcome { accepted, refused, refused_api };
+
+token_outcome plain_token(const sent_request& sent, const token_facts& facts,
+                          const dispatch_row& row, string_view key) {
+    const bool get = sent.method == "GET";
+    const bool due = row.token == token_rule::always ||
+                     (row.token == token_rule::post_only && sent.method == "POST");
+    if (!due || (!get && sent.method != "POST") || sent.sid.empty()) return token_outcome::accepted;
+    const std::string token = "UIDQORIN=" + sent.sid;
+    if (key.find("/v1/configuration") != string_view::npos) {
+        return facts.uri.find(token) != std::string::npos ? token_outcome::accepted
+                                                          : token_outcome::refused_api;
+    }
+    if (facts.field != sent.sid) return token_outcome::refused;
+    if (!get) return token_outcome::accepted;
+    const bool several = facts.raw.find('&') != std::string::npos;
+    const bool last = several ? plain_split(facts.raw, '&').back() == token
+                              : facts.raw.find(token) != std::string::npos;
+    return last ? token_outcome::accepted : token_outcome::refused;
+}
+
+// The header alone above an empty line, and behind it all of the rest.
+string_view body_behind(string_view response, string_view header) {
+    expect(response.starts_with(header), "an answer begins with its header");
+    return response.substr(header.size());
+}
+
+// One error document whose reason is text.
+void check_error(string_view response, string_view reason_start) {
+    constexpr string_view start = "<qorin>\n  <status>Error</status>\n  <reason>";
+    constexpr string_view end = "</reason>\n</qorin>\n";
+    string_view body = body_behind(response, xml_header);
+    expect(body.size() >= start.size() + end.size() && body.starts_with(start) &&
+               body.ends_with(end), "a refusal is one document");
+    body = body.substr(start.size(), body.size() - start.size() - end.size());
+    expect(body.starts_with(reason_start), "a refusal tells its reason");
+    expect(body.find_first_of("<>\"'") == string_view::npos, "a reason holds no markup");
+    for (std::size_t at = body.find('&'); at != string_view::npos; at = body.find('&', at + 1)) {
+        const std::size_t length = body.substr(at).find(';');
+        expect(length > 1 && length < 8, "a reason's references are whole");
+    }
+}
+
+void check_handled(const sent_request& sent, const token_facts& facts, string_view response,
+                   const std::string& key) {
+    const dispatch_row* const row = plain_find(key);
+    const bool allowed = row != nullptr && plain_may_use(sent, *row);
+    const token_outcome token =
+        allowed ? plain_token(sent, facts, *row, key) : token_outcome::refused;
+    const bool runs = allowed && token == token_outcome::accepted;
+    expect(notes().calls == (runs ? 1 : 0), "a handler runs for whom the row admits, and once");
+    if (runs) {
+        expect(notes().key == key, "a handler gets the key");
+        expect(body_behind(response, xml_header) == "<qorin>\n</qorin>\n", "one answer, unchanged");
+        expect(facts.raw.starts_with(notes().raw), "the raw query is only ever shortened");
+    } else if (row == nullptr) {
+        check_error(response, "unknown opcode: ");
+    } else if (!allowed) {
+        check_error(response, "no permission to execute opcode/program.");
+    } else if (token == token_outcome::refused) {
+        check_error(response, "SID Validation failed");
+    } else {
+        const string_view body = body_behind(
+            response,
+            "Content-Type: application/json\r\nExpires: 0\r\nStatus: 401 Unauthorized\r\n\r\n");
+        expect(body.starts_with("{\"_global_result\": {") && body.ends_with("\"}}") &&
+                   std::ranges::count(body, '{') == 2 && std::ranges::count(body, '}') == 2,
+               "a refusal of the API is one document");
+    }
+}
+
+void check_setup_page(string_view response) {
+    expect(notes().calls == 0, "an unconfigured controller runs no handler");
+    expect(response.starts_with("Content-Type: text/html\r\n") &&
+               response.find("\r\n\r\n<!DOCTYPE html>\n") != string_view::npos &&
+               response.ends_with("</html>\n"),
+           "an unconfigured controller shows one page");
+}
+
+void check_name(const sent_request& sent, const std::string& name) {
+    const std::string both = sent.script + sent.info;
+    expect(name == sent.argument0 || name == sent.script || name == sent.info || name == both,
+           "a name is what the server told");
+    expect(plain_find(sent.argument0) == nullptr || name == sent.argument0,
+           "a known argument is the name");
+}
+
+void serve(const sent_request& sent, fuzz_request& request) {
+    cgi* const input = request.input;
+    wms_strbuf* const response = &request.record.response;
+    session_record& session = request.record.session;
+    session.found = sent.found;
+    std::snprintf(session.sid, sizeof session.sid, "%s", sent.sid.c_str());
+    std::snprintf(session.role, sizeof session.role, "%s", sent.role.c_str());
+    if (cgi_is_spooled_upload(input) || cgi_parse(input) != 0) return;
+
+    const std::string name = settle_program_name(sent.argument0.c_str(), input);
+    check_name(sent, name);
+    const char* const raw = cgi_query_string(input);
+    const char* const field = cgi_named_value(input, "UIDQORIN");
+    const char* const opcode = cgi_named_value(input, "opcode");
+    const token_facts facts{.uri = cgi_get_var(input, "REQUEST_URI"),
+                            .field = field != nullptr ? field : "",
+                            .raw = raw != nullptr ? raw : ""};
+    notes() = {};
+    expect(wuic_cgi(name.c_str(), response, &session, nullptr, input) == 0, "a request is served");
+    expect(std::strlen(response->data) == static_cast<std::size_t>(response->length),
+           "an answer is text");
+    if (sent.factory_default && !is_setup_key(name.c_str())) {
+        check_setup_page(response->data);
+    } else {
+        check_handled(sent, facts, response->data, opcode != nullptr ? opcode : name);
+    }
+}
+
+// The marker of a controller that nobody has set up, made and removed only when that changes.
+void set_factory_default(bool wanted) {
+    static bool present = false;
+    if (present == wanted) return;
+    present = wanted;
+    if (wanted) {
+        std::ofstream(paths::factory_default_marker) << "";
+    } else {
+        ::unlink(paths::factory_default_marker);
+    }
+}
+
+}  // namespace
+
+// Switches: bit 0 the method, 2 a session, 3 and 4 together the factory-default state.
+void fuzz_one(string_view data) {
+    constexpr auto roles = std::to_array<const char*>(
+        {"root", "standard", "read-only", "network-operations", "guest-provisioning",
+         "location-api-mgmt", "snmpv3-user", "nbapi-mgmt", "ap-provisioning"});
+    fuzz_private_flash();
+    const fuzz_descriptor_check descriptors;
+    fuzz_fields fields{data};
+    const std::size_t role = fields.byte() % (roles.size() + 1);
+    const unsigned switches = fields.byte();
+    sent_request sent;
+    for (std::string* text : {&sent.argument0, &sent.script, &sent.info, &sent.sid, &sent.role})
+        *text = until_nul(fields.field());
+    sent.sid.resize(std::min<std::size_t>(sent.sid.size(), 63));
+    sent.role.resize(std::min<std::size_t>(sent.role.size(), 127));
+    if (role < roles.size()) sent.role = roles[role];
+    sent.method = (switches & 1U) != 0 ? "POST" : "GET";
+    sent.found = (switches & 4U) != 0;
+    sent.factory_default = (switches & 24U) == 24;
+    sent.text = fields.rest;
+    set_factory_default(sent.factory_default);
+
+    fuzz_stdin(sent.text);
+    const fuzz_environment environment{
+        {"REQUEST_METHOD", sent.method},
+        {"QUERY_STRING", sent.method == "GET" ? sent.text : ""},
+        {"REQUEST_URI", sent.script + sent.info + "?" + sent.text},
+        {"SCRIPT_NAME", sent.script},
+        {"PATH_INFO", sent.info},
+        {"CONTENT_LENGTH", std::to_string(sent.text.size())}};
+    quiet_request request;
+    request.record.wuic_is_cgi_exec = true;
+    serve(sent, request);
+}
