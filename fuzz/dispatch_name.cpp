@@ -21,7 +21,7 @@
 #include "dispatch/program_name.h"
 #include "dispatch/setup_page.h"
 
-#include "fuzz_flash.h"
+#include "fuzz_files.h"
 #include "fuzz_server.h"
 
 namespace {
@@ -69,7 +69,8 @@ namespace {
 
 // The rows that answer a caller without a session though their masks alone would not.
 constexpr string_view before_session =
-    " /dap/apcount /dap/proc_end_point /dap/proc_route /dap/proc_tunnel /dap/proc_vlan /dap/register"
+    " /dap/apcount /dap/proc_end_point /dap/proc_route /dap/proc_tunnel /dap/proc_vlan "
+    "/dap/register"
     " /dap/un_register /rac/login /rac/logout /screens/wms/wms.login /screens/wms/wms.logout"
     " /v1/api/login /v1/api/logout heart-beat idp login logout ocsp redirect ";
 
@@ -148,8 +149,9 @@ void check_error(string_view response, string_view reason_start) {
     constexpr string_view start = "<qorin>\n  <status>Error</status>\n  <reason>";
     constexpr string_view end = "</reason>\n</qorin>\n";
     string_view body = body_behind(response, xml_header);
-    expect(body.size() >= start.size() + end.size() && body.starts_with(start) &&
-               body.ends_with(end), "a refusal is one document");
+    expect(
+        body.size() >= start.size() + end.size() && body.starts_with(start) && body.ends_with(end),
+        "a refusal is one document");
     body = body.substr(start.size(), body.size() - start.size() - end.size());
     expect(body.starts_with(reason_start), "a refusal tells its reason");
     expect(body.find_first_of("<>\"'") == string_view::npos, "a reason holds no markup");
@@ -250,7 +252,7 @@ void fuzz_one(string_view data) {
     constexpr auto roles = std::to_array<const char*>(
         {"root", "standard", "read-only", "network-operations", "guest-provisioning",
          "location-api-mgmt", "snmpv3-user", "nbapi-mgmt", "ap-provisioning"});
-    fuzz_private_flash();
+    fuzz_require_sandbox();
     const fuzz_descriptor_check descriptors;
     fuzz_fields fields{data};
     const std::size_t role = fields.byte() % (roles.size() + 1);
@@ -268,13 +270,12 @@ void fuzz_one(string_view data) {
     set_factory_default(sent.factory_default);
 
     fuzz_stdin(sent.text);
-    const fuzz_environment environment{
-        {"REQUEST_METHOD", sent.method},
-        {"QUERY_STRING", sent.method == "GET" ? sent.text : ""},
-        {"REQUEST_URI", sent.script + sent.info + "?" + sent.text},
-        {"SCRIPT_NAME", sent.script},
-        {"PATH_INFO", sent.info},
-        {"CONTENT_LENGTH", std::to_string(sent.text.size())}};
+    const fuzz_environment environment{{"REQUEST_METHOD", sent.method},
+                                       {"QUERY_STRING", sent.method == "GET" ? sent.text : ""},
+                                       {"REQUEST_URI", sent.script + sent.info + "?" + sent.text},
+                                       {"SCRIPT_NAME", sent.script},
+                                       {"PATH_INFO", sent.info},
+                                       {"CONTENT_LENGTH", std::to_string(sent.text.size())}};
     quiet_request request;
     request.record.wuic_is_cgi_exec = true;
     serve(sent, request);

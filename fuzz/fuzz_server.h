@@ -14,7 +14,8 @@ struct fuzz_environment {
     std::vector<char*> pointers;
     char** const saved = environ;
 
-    explicit fuzz_environment(std::initializer_list<std::pair<const char*, std::string>> variables) {
+    explicit fuzz_environment(
+        std::initializer_list<std::pair<const char*, std::string>> variables) {
         for (const auto& [name, value] : variables)
             texts.push_back(name + ('=' + value));
         for (std::string& text : texts)

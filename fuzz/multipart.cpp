@@ -16,8 +16,8 @@ struct plain_form {
 plain_form plain_reading(std::string_view body, const std::string& delimiter) {
     plain_form form;
     for (const plain_piece& piece : plain_pieces(body, delimiter)) {
-        const auto part = piece.ended ? plain_read_part(piece.text, piece.text.size())
-                                      : std::nullopt;
+        const auto part =
+            piece.ended ? plain_read_part(piece.text, piece.text.size()) : std::nullopt;
         if (!part) continue;
         if (part->filename && plain_is_refused_file(*part->filename)) return {cgi_refused_file, {}};
         form.parts.push_back(plain_as_field(*part));

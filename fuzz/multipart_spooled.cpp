@@ -9,7 +9,7 @@
 
 #include "runtime/body_input.h"
 
-#include "fuzz_flash.h"
+#include "fuzz_files.h"
 #include "plain_multipart.h"
 
 namespace {
@@ -48,7 +48,8 @@ struct upload_case {
 
 plain_upload expected_of(const upload_case& sent) {
     if (sent.claimed > INT32_MAX) return {.result = cgi_low_space};
-    if (sent.claimed > static_cast<std::int64_t>(sent.body.size())) return {.result = cgi_read_error};
+    if (sent.claimed > static_cast<std::int64_t>(sent.body.size()))
+        return {.result = cgi_read_error};
     if (sent.boundary.empty() || sent.boundary.size() > 254) return {.result = cgi_refused};
     const std::string_view body{sent.body};
     return plain_reading(body.substr(0, static_cast<std::size_t>(sent.claimed)),
@@ -70,7 +71,8 @@ plain_upload received_of(const upload_case& sent) {
         std::size_t end = 0;
         for (int i = 0; i < input->pairs.count; ++i) {
             const cgi_pair& pair = input->pairs.entries[i];
-            end = std::max(end, static_cast<std::size_t>(pair.value + pair.value_len - input->body));
+            end =
+                std::max(end, static_cast<std::size_t>(pair.value + pair.value_len - input->body));
         }
         upload.fields = parsed_parts(input, {input->body, end});
     }
@@ -93,16 +95,19 @@ std::string shifted(std::string_view body, std::size_t share) {
 std::int64_t claimed_length(unsigned switches, std::size_t sent, std::size_t share) {
     const auto size = static_cast<std::int64_t>(sent);
     switch (switches % 4) {
-        case 2: return std::max<std::int64_t>(1, size - static_cast<std::int64_t>(share));
-        case 3: return share % 2 == 0 ? size + 1 : std::int64_t{1} << 40;
-        default: return size;
+        case 2:
+            return std::max<std::int64_t>(1, size - static_cast<std::int64_t>(share));
+        case 3:
+            return share % 2 == 0 ? size + 1 : std::int64_t{1} << 40;
+        default:
+            return size;
     }
 }
 
 }  // namespace
 
 void fuzz_one(std::string_view data) {
-    fuzz_private_flash();
+    fuzz_require_sandbox();
     const fuzz_descriptor_check descriptors;
     fuzz_fields fields{data};
     const unsigned switches = fields.byte();

@@ -153,8 +153,8 @@ void check_fixed(const page& from, const filled_list& list, const std::string& w
     const auto length = static_cast<int>(whole.size());
     expect(result == (fits ? length : -length), "a fixed output tells the page's length");
     if (room > 0)
-        expect(whole.substr(0, room - 1) == string_view(storage.data(),
-                                                        std::min(whole.size(), room - 1)),
+        expect(whole.substr(0, room - 1) ==
+                   string_view(storage.data(), std::min(whole.size(), room - 1)),
                "a fixed output holds the page's beginning");
 }
 
@@ -164,9 +164,10 @@ void check_block(const page& from, const filled_list& list, const std::string& w
     std::int32_t length = -1;
     const int result = sfmt_fmt_ii(&list.vars, &block, &length, text.data(), text.length());
     const malloc_text owned{block};
-    expect(result == -static_cast<int>(whole.size()) && (block != nullptr) == !whole.empty() &&
-               string_view(block != nullptr ? block : "", static_cast<std::size_t>(length)) == whole,
-           "a block holds the page");
+    expect(
+        result == -static_cast<int>(whole.size()) && (block != nullptr) == !whole.empty() &&
+            string_view(block != nullptr ? block : "", static_cast<std::size_t>(length)) == whole,
+        "a block holds the page");
 }
 
 void check_rendering(const page& from, const plain_output& plain, std::size_t room) {

@@ -31,9 +31,9 @@ inline std::vector<plain_piece> plain_pieces(std::string_view body, const std::s
         at = body.find(delimiter);
         const bool ended = at != std::string_view::npos;
         const std::string_view text = body.substr(0, at);
-        pieces.push_back({ended ? text.substr(0, text.size() - std::min<std::size_t>(2, text.size()))
-                                : text,
-                          ended});
+        pieces.push_back(
+            {ended ? text.substr(0, text.size() - std::min<std::size_t>(2, text.size())) : text,
+             ended});
     }
     return pieces;
 }
@@ -49,8 +49,8 @@ inline std::optional<plain_part> plain_read_part(std::string_view piece, std::si
     constexpr std::string_view type_mark = "\"\r\nContent-Type: ";
     const std::size_t end = piece.substr(0, reach).find("\r\n\r\n");
     if (end == std::string_view::npos || end <= first_line.size()) return {};
-    plain_part part{.name = {}, .data = std::string(piece.substr(end + 4)), .filename = {},
-                    .content_type = {}};
+    plain_part part{
+        .name = {}, .data = std::string(piece.substr(end + 4)), .filename = {}, .content_type = {}};
     const std::string_view heading = piece.substr(first_line.size(), end - first_line.size());
     const std::size_t file = heading.find(mark);
     if (file == std::string_view::npos) {

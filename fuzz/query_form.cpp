@@ -31,7 +31,8 @@ std::vector<plain_field> plain_fields(string_view text) {
     std::vector<plain_field> fields;
     for (const string_view piece : plain_split(text, '&')) {
         const std::size_t equals = piece.find('=');
-        plain_field field{.name = until_nul(plain_url_decode(piece.substr(0, equals))), .value = {}};
+        plain_field field{.name = until_nul(plain_url_decode(piece.substr(0, equals))),
+                          .value = {}};
         if (equals != string_view::npos) field.value = plain_url_decode(piece.substr(equals + 1));
         fields.push_back(field);
     }
@@ -44,8 +45,8 @@ bool plain_begins_with_tag(string_view rest) {
              "script,style,div,frame,img,a ,a%20,base,bgsound,body,meta,layer,object,link,table,"
              "td,input,br,embed,?import,iframe",
              ',')) {
-        const bool same = rest.size() > tag.size() &&
-                          ::strncasecmp(rest.data(), tag.data(), tag.size()) == 0;
+        const bool same =
+            rest.size() > tag.size() && ::strncasecmp(rest.data(), tag.data(), tag.size()) == 0;
         if (same) return true;
     }
     return false;
@@ -85,8 +86,7 @@ bool plain_is_refused(string_view query) {
 void check_escapes(string_view value) {
     const auto length = static_cast<std::int32_t>(value.size());
     const exact_bytes url("", 3 * value.size());
-    const int written =
-        cgi_escape_url(url.data(), 3 * length, value.data(), length, false);
+    const int written = cgi_escape_url(url.data(), 3 * length, value.data(), length, false);
     expect(written >= 0, "three bytes each are enough");
     const string_view escaped{url.data(), static_cast<std::size_t>(written)};
     expect(std::ranges::all_of(escaped, [](char c) { return std::isalnum(c) != 0 || c == '%'; }),
@@ -131,8 +131,7 @@ void check_lookups(const cgi* input, const std::vector<plain_field>& expected) {
         const cgi_pair* const pair = cgi_named_pair(input, field.name.c_str());
         expect(pair != nullptr && field.name == pair->name, "a field is found by its name");
         const std::string longer = field.name + "\x7F";
-        const bool there =
-            std::ranges::binary_search(expected, longer, {}, &plain_field::name);
+        const bool there = std::ranges::binary_search(expected, longer, {}, &plain_field::name);
         expect((cgi_named_value(input, longer.c_str()) != nullptr) == there,
                "a field that did not come is not found");
     }
@@ -168,8 +167,7 @@ int plain_post_result(long long length, std::size_t sent) {
 
 void check_post(const std::string& length_text, string_view body) {
     fuzz_stdin(body);
-    const fuzz_environment environment{{"REQUEST_METHOD", "POST"},
-                                       {"CONTENT_LENGTH", length_text}};
+    const fuzz_environment environment{{"REQUEST_METHOD", "POST"}, {"CONTENT_LENGTH", length_text}};
     const quiet_request request;
     const long long length = std::strtoll(length_text.c_str(), nullptr, 10);
     const int result = cgi_parse(request.input);
@@ -204,12 +202,15 @@ void fuzz_one(string_view data) {
     const fuzz_descriptor_check descriptors;
     fuzz_fields fields{data};
     switch (fields.byte() % 4) {
-        case 0: return check_get(fields.rest);
-        case 1: return check_post(std::to_string(fields.rest.size()), fields.rest);
+        case 0:
+            return check_get(fields.rest);
+        case 1:
+            return check_post(std::to_string(fields.rest.size()), fields.rest);
         case 2: {
             const std::string length = until_nul(fields.field());
             return check_post(length, fields.rest);
         }
-        default: return check_buffer(fields.rest);
+        default:
+            return check_buffer(fields.rest);
     }
 }

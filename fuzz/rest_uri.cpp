@@ -33,8 +33,7 @@ std::vector<std::string>& sent_lines() {
 // NOLINTNEXTLINE(readability-function-size): fixed interface
 int recorded_execute(const char* user, const char* ip, const char* sid, const char* command,
                      char** out_text, std::int32_t* out_len, char* msg,
-                     std::int32_t msg_size) asm(
-    "__wrap__Z16wuic_cli_executePKcS0_S0_S0_PPcPiS1_i");
+                     std::int32_t msg_size) asm("__wrap__Z16wuic_cli_executePKcS0_S0_S0_PPcPiS1_i");
 
 int recorded_execute(const char* user, const char* ip, const char* sid, const char* command,
                      char** out_text, std::int32_t* out_len, char* msg, std::int32_t msg_size) {
@@ -62,7 +61,8 @@ struct api_request {
 };
 
 bool begins_as(const std::string& name, const std::string& word) {
-    return name.size() >= word.size() && ::strncasecmp(name.c_str(), word.c_str(), word.size()) == 0;
+    return name.size() >= word.size() &&
+           ::strncasecmp(name.c_str(), word.c_str(), word.size()) == 0;
 }
 
 // The operation that method and path name; empty for none.
@@ -188,9 +188,10 @@ void check_answer(const api_request& request, const std::string& response,
                   const std::vector<plain_line>& lines) {
     const std::vector<std::string>& sent = sent_lines();
     if (sent.empty() && response.find("no permission to execute") != std::string::npos) {
-        expect(std::ranges::any_of(
-                   lines, [&](const plain_line& line) { return line && !may_upload(request, *line); }),
-               "only uploads are refused for the role");
+        expect(
+            std::ranges::any_of(
+                lines, [&](const plain_line& line) { return line && !may_upload(request, *line); }),
+            "only uploads are refused for the role");
     } else if (sent.empty()) {
         expect(response == std::string(header) + std::string(invalid_url), "no line, no valid URL");
         expect(std::ranges::find(lines, plain_line{}) != lines.end(), "both writings refuse");
