@@ -83,36 +83,48 @@ std::string plain_trimmed(string_view text) {
     return std::string(text.substr(first, text.find_last_not_of(" \t\r\n") - first + 1));
 }
 
+void plain_render(const page& from, string_view text, int depth, plain_output* out);
+
+void plain_include(const page& from, string_view name, int depth, plain_output* out) {
+    out->asked.push_back(until_nul(name.substr(0, 1023)));
+    const std::string* const file = file_of(from.files, out->asked.back());
+    if (file == nullptr) return;
+    if (depth < 5) {
+        plain_render(from, *file, depth + 1, out);
+    } else {
+        out->text += *file;
+    }
+}
+
+// Renders one tag, whose text begins behind its "<%", and returns the template behind it; none when
+// it is not closed.
+std::optional<string_view> plain_tag(const page& from, string_view tag, int depth,
+                                     plain_output* out) {
+    const string_view kind = tag.starts_with("@") ? "@" : tag.starts_with("--") ? "--" : "";
+    const std::string mark = kind == "--" ? "--%>" : "%>";
+    const std::size_t close = tag.find(mark, kind.size());
+    if (close == string_view::npos) return {};
+    const std::string name = plain_trimmed(tag.substr(kind.size(), close - kind.size()));
+    if (kind == "@" && !name.empty()) plain_include(from, name, depth, out);
+    const std::string* const value = kind.empty() ? file_of(from.variables, name) : nullptr;
+    if (value != nullptr && !name.empty()) out->text += *value;
+    return tag.substr(close + mark.size());
+}
+
 void plain_render(const page& from, string_view text, int depth, plain_output* out) {
-    const auto put = [out](string_view more) { out->text += more; };
-    while (!text.empty() && !out->too_large) {
+    while (!out->too_large) {
         out->too_large = out->text.size() > output_max || out->asked.size() > files_max;
         const std::size_t open = text.find("<%");
-        if (open == string_view::npos) return put(text);
-        const string_view behind = text.substr(open + 2);
-        const string_view kind = behind.starts_with("@")    ? "@"
-                                 : behind.starts_with("--") ? "--"
-                                                            : "";
-        const std::string mark = kind == "--" ? "--%>" : "%>";
-        const std::size_t close = behind.find(mark, kind.size());
-        if (close == string_view::npos) return put(text);
-        put(text.substr(0, open));
-        text = behind.substr(close + mark.size());
-        const std::string name = plain_trimmed(behind.substr(kind.size(), close - kind.size()));
-        if (kind == "--" || name.empty()) continue;
-        if (kind.empty()) {
-            const std::string* const value = file_of(from.variables, name);
-            if (value != nullptr) put(*value);
-            continue;
+        const std::size_t before = out->text.size();
+        out->text += text.substr(0, open);
+        if (open == string_view::npos) return;
+        const auto rest = plain_tag(from, text.substr(open + 2), depth, out);
+        if (!rest) {
+            out->text.resize(before);
+            out->text += text;
+            return;
         }
-        out->asked.push_back(until_nul(string_view{name}.substr(0, 1023)));
-        const std::string* const file = file_of(from.files, out->asked.back());
-        if (file == nullptr) continue;
-        if (depth < 5) {
-            plain_render(from, *file, depth + 1, out);
-        } else {
-            put(*file);
-        }
+        text = *rest;
     }
 }
 

@@ -30,11 +30,11 @@ std::vector<std::string>& sent_lines() {
 }  // namespace
 
 // What the linker puts in the place of wuic_cli_execute (fuzz/CMakeLists.txt).
-// NOLINTNEXTLINE(readability-function-size): fixed interface
 int recorded_execute(const char* user, const char* ip, const char* sid, const char* command,
                      char** out_text, std::int32_t* out_len, char* msg,
                      std::int32_t msg_size) asm("__wrap__Z16wuic_cli_executePKcS0_S0_S0_PPcPiS1_i");
 
+// NOLINTNEXTLINE(readability-function-size): fixed interface
 int recorded_execute(const char* user, const char* ip, const char* sid, const char* command,
                      char** out_text, std::int32_t* out_len, char* msg, std::int32_t msg_size) {
     expect(string_view{user} == "the user" && string_view{ip} == "the address" &&
@@ -249,10 +249,10 @@ void fuzz_one(string_view data) {
     }
     session_record& session = request.record.session;
     session.found = true;
-    std::strcpy(session.user, "the user");
-    std::strcpy(session.ip, "the address");
-    std::strcpy(session.sid, "the id");
-    std::strcpy(session.role, sent.role);
+    std::snprintf(session.user, sizeof session.user, "the user");
+    std::snprintf(session.ip, sizeof session.ip, "the address");
+    std::snprintf(session.sid, sizeof session.sid, "the id");
+    std::snprintf(session.role, sizeof session.role, "%s", sent.role);
 
     sent_lines().clear();
     scoped_strbuf response;
