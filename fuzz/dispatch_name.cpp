@@ -2,9 +2,9 @@
 // complete document, and it calls one handler, once, for those alone whom the row's mask and token
 // rule admit.
 //
-// Rows get a handler that only takes notes: lookups are replaced at link time. An input: a byte for
-// the role, a byte of switches, lines with argument 0, SCRIPT_NAME, PATH_INFO, the session's
-// identifier and a role's name, then the query or body.
+// Rows get a handler that only takes notes: lookups are replaced at link time. An input: bytes for
+// the role, for switches and for a row whose name is put behind argument 0; lines with argument 0,
+// SCRIPT_NAME, PATH_INFO, the session's identifier and a role's name; then the query or body.
 #include <array>
 #include <cstdio>
 #include <cstring>
@@ -197,6 +197,26 @@ void check_setup_page(string_view response) {
            "an unconfigured controller shows one page");
 }
 
+// An upload is written to flash before it is read: only for whom all named pages admit.
+void check_upload(const sent_request& sent, fuzz_request& request) {
+    wms_strbuf* const response = &request.record.response;
+    bool expected = sent.found && !sent.factory_default;
+    for (const string_view page : {"captiveportal_import.html", "wms-os-upload.html"}) {
+        if (string_view{cgi_get_var(request.input, "REQUEST_URI")}.find(page) == string_view::npos)
+            continue;
+        expected = expected && plain_may_use(sent, *plain_exact(page));
+    }
+    expect(may_spool_upload(response, &request.record.session, request.input) == expected,
+           "who may not upload does not write to flash");
+    if (expected) {
+        expect(response->length == 0, "an upload is not answered before it is read");
+    } else if (sent.factory_default) {
+        check_setup_page(response->data);
+    } else {
+        check_error(response->data, "no permission to execute opcode/program.");
+    }
+}
+
 void check_name(const sent_request& sent, const std::string& name) {
     const std::string both = sent.script + sent.info;
     expect(name == sent.argument0 || name == sent.script || name == sent.info || name == both,
@@ -212,7 +232,8 @@ void serve(const sent_request& sent, fuzz_request& request) {
     session.found = sent.found;
     std::snprintf(session.sid, sizeof session.sid, "%s", sent.sid.c_str());
     std::snprintf(session.role, sizeof session.role, "%s", sent.role.c_str());
-    if (cgi_is_spooled_upload(input) || cgi_parse(input) != 0) return;
+    if (cgi_is_spooled_upload(input)) return check_upload(sent, request);
+    if (cgi_parse(input) != 0) return;
 
     const std::string name = settle_program_name(sent.argument0.c_str(), input);
     check_name(sent, name);
@@ -222,7 +243,6 @@ void serve(const sent_request& sent, fuzz_request& request) {
     const token_facts facts{.uri = cgi_get_var(input, "REQUEST_URI"),
                             .field = field != nullptr ? field : "",
                             .raw = raw != nullptr ? raw : ""};
-    notes() = {};
     expect(wuic_cgi(name.c_str(), response, &session, nullptr, input) == 0, "a request is served");
     expect(std::strlen(response->data) == static_cast<std::size_t>(response->length),
            "an answer is text");
@@ -253,13 +273,16 @@ void fuzz_one(string_view data) {
         {"root", "standard", "read-only", "network-operations", "guest-provisioning",
          "location-api-mgmt", "snmpv3-user", "nbapi-mgmt", "ap-provisioning"});
     fuzz_require_sandbox();
+    notes() = {};
     const fuzz_descriptor_check descriptors;
     fuzz_fields fields{data};
     const std::size_t role = fields.byte() % (roles.size() + 1);
     const unsigned switches = fields.byte();
+    const std::size_t row = fields.byte();
     sent_request sent;
     for (std::string* text : {&sent.argument0, &sent.script, &sent.info, &sent.sid, &sent.role})
         *text = until_nul(fields.field());
+    if (row < dispatch_rows().size()) sent.argument0 += dispatch_rows()[row].name;
     sent.sid.resize(std::min<std::size_t>(sent.sid.size(), 63));
     sent.role.resize(std::min<std::size_t>(sent.role.size(), 127));
     if (role < roles.size()) sent.role = roles[role];

@@ -1,8 +1,8 @@
 // Uploads that are spooled to flash: fields and image are those of a plain splitter wherever the
 // windows cut the body, and nothing stays behind of what was refused or cut off.
 //
-// An input: a byte of switches, a byte that tells where in the body the first window ends, a line
-// with the boundary, then the body.
+// An input: a byte of switches, a byte that tells where in the body the first window ends (or how
+// much of it is cut off), a line with the boundary, then the body.
 #include <unistd.h>
 
 #include "platform/paths.h"
@@ -83,10 +83,18 @@ plain_upload received_of(const upload_case& sent) {
     return upload;
 }
 
-// A preamble that puts the end of the first window at a share of the body.
-std::string shifted(std::string_view body, std::size_t share) {
-    const std::size_t before = body.size() * share / 256;
-    return std::string(body_chunk - std::min(before, std::size_t{body_chunk}), '\r') +
+// Where in the body the first window ends: within some bytes of a delimiter, where most is decided.
+std::size_t window_end(std::string_view body, const std::string& delimiter, std::size_t choice) {
+    std::size_t at = body.find(delimiter);
+    for (std::size_t skipped = choice / 32; skipped > 0 && at != std::string_view::npos; --skipped)
+        at = body.find(delimiter, at + 1);
+    if (at == std::string_view::npos) return body.size() * choice / 256;
+    return at - std::min<std::size_t>(at, 8) + choice % 32;
+}
+
+// The body behind a preamble that puts the end of the first window there.
+std::string shifted(std::string_view body, std::size_t end) {
+    return std::string(body_chunk - std::min(end, std::size_t{body_chunk}), '\r') +
            std::string(body);
 }
 
@@ -117,7 +125,8 @@ void fuzz_one(std::string_view data) {
                      .claimed = 0,
                      .uri = (switches & 8U) != 0 ? "/screens/wms-os-upload.html?x"
                                                  : "/captiveportal_import.html"};
-    if ((switches & 4U) != 0) sent.body = shifted(sent.body, share);
+    if ((switches & 4U) != 0)
+        sent.body = shifted(sent.body, window_end(sent.body, "--" + sent.boundary, share));
     sent.claimed = claimed_length(switches, sent.body.size(), share);
     if (sent.claimed == 0) return;  // no body, which is no upload
     ::unlink(paths::os_image);
