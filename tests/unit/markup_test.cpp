@@ -6,6 +6,7 @@
 #include "runtime/strbuf.h"
 
 #include "input_support.h"
+#include "markup_rules.h"
 
 using namespace std::string_literals;
 
@@ -103,11 +104,15 @@ std::string in_room(const conversion& convert, const std::string& text, std::siz
 
 TEST(conversions, of_random_text_in_any_room_and_in_place) {
     std::mt19937 random(2);
-    const conversion all[] = {sgml_tokenizer_unescape, sgml_tokenizer_compact, trim(nullptr)};
+    const std::pair<conversion, std::function<std::string(const std::string&)>> all[] = {
+        {sgml_tokenizer_unescape, plain::unescaped},
+        {sgml_tokenizer_compact, plain::compacted},
+        {trim(nullptr), [](const std::string& text) { return plain::trimmed(text); }}};
     for (int round = 0; round < 6000; ++round) {
-        const conversion& convert = all[round % 3];
+        const auto& [convert, definition] = all[round % 3];
         const std::string text = random_text(random);
         const std::string whole = converted(convert, text);
+        ASSERT_EQ(whole, definition(text)) << text;
         in_room(convert, text, random() % (whole.size() + 3));
         const exact_copy own{text};
         const int length = std::abs(convert(own.data(), own.size, own.data(), own.size));
@@ -120,6 +125,7 @@ TEST(escaping_for_markup, reads_back_as_the_text_and_is_never_cut_in_a_reference
     for (int round = 0; round < 2000; ++round) {
         const std::string text = random_text(random);
         const std::string whole = converted(escape(false, false), text);
+        ASSERT_EQ(whole, plain::escaped(text, false, false));
         ASSERT_EQ(converted(sgml_tokenizer_unescape, whole), text);
         ASSERT_EQ(whole.find_first_of("<>\"'"), std::string::npos) << whole;
         const std::size_t size = random() % (whole.size() + 3);

@@ -4,7 +4,7 @@
 #include <algorithm>
 #include <optional>
 #include <string>
-#include <strings.h>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -13,55 +13,58 @@
 namespace plain {
 
 using std::string;
+using std::string_view;
 
-// What one call reports.
+// What one call reports. The views are into the text that was read.
 struct event {
     int result = sgml_end;
     std::size_t start = 0;
     std::size_t size = 0;
-    string name = {};
+    string_view name = {};
     bool self_closing = false;
     bool closing = false;
-    std::vector<std::pair<string, std::optional<string>>> attributes = {};
+    std::vector<std::pair<string_view, std::optional<string_view>>> attributes = {};
     string report = {};  // of the error
     std::size_t depth = 0;
-    string path = {};  // the open elements that are remembered
+    std::vector<string_view> path = {};  // the open elements that are remembered
     bool operator==(const event&) const = default;
 };
 
 // What a tokenizer reports after a call with this result; `report` is the text of its error.
 inline event event_of(const sgml_tokenizer& t, int result, const string& report) {
-    const auto copied = [](const char* text, std::int32_t length) {
-        return string(text, std::size_t(length));
+    const auto view = [](const char* text, std::int32_t length) {
+        return string_view(text, std::size_t(length));
     };
     event e{.result = result, .depth = std::size_t(t.depth)};
     for (std::size_t i = 0; i < e.depth && i < t.stack.size(); ++i)
-        e.path += copied(t.stack[i].name, t.stack[i].name_length) + '/';
+        e.path.push_back(view(t.stack[i].name, t.stack[i].name_length));
     if (result == sgml_error) e.report = report;
     if (result <= 0) return e;
     e.start = std::size_t(t.token.start);
     e.size = std::size_t(t.token.size);
-    if (t.token.name != nullptr) e.name = copied(t.token.name, t.token.name_length);
+    if (t.token.name != nullptr) e.name = view(t.token.name, t.token.name_length);
     e.self_closing = t.token.self_closing != 0;
     e.closing = t.token.closing != 0;
     for (int i = 0; i < t.token.attribute_count; ++i) {
         const auto& [name, value, name_length, value_length] = t.token.attributes[std::size_t(i)];
-        auto& added = e.attributes.emplace_back(copied(name, name_length), std::nullopt);
-        if (value != nullptr) added.second = copied(value, value_length);
+        auto& added = e.attributes.emplace_back(view(name, name_length), std::nullopt);
+        if (value != nullptr) added.second = view(value, value_length);
     }
     return e;
 }
 
 inline bool blank(char c) {
-    return string(" \t\r\n").find(c) != string::npos;
+    return string_view(" \t\r\n").find(c) != string_view::npos;
 }
 
-inline bool letter(char c) {
+inline bool begins_with_letter(string_view name) {
+    const char c = name.empty() ? '\0' : name[0];
     return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
 }
 
-inline bool same_in_any_case(const string& a, const string& b) {
-    return a.size() == b.size() && strncasecmp(a.data(), b.data(), a.size()) == 0;
+inline bool same_in_any_case(string_view a, string_view b) {
+    const auto lower = [](char c) { return c >= 'A' && c <= 'Z' ? char(c + ('a' - 'A')) : c; };
+    return std::ranges::equal(a, b, {}, lower, lower);
 }
 
 struct quotes {
@@ -83,15 +86,15 @@ struct rules {
     event last = {};
     std::vector<event> open = {};
 
-    bool has(const string& what, std::size_t i) const {
-        return text.compare(i, what.size(), what) == 0;
+    string_view part(std::size_t from, std::size_t size) const {
+        return string_view(text).substr(from, size);
     }
 
-    bool section_at(std::size_t i) const {
-        return same_in_any_case(text.substr(i, 9), "<![CDATA[");
-    }
+    bool has(string_view what, std::size_t i) const { return part(i, what.size()) == what; }
 
-    std::size_t search(const string& what, std::size_t from, bool quote_aware) const {
+    bool section_at(std::size_t i) const { return same_in_any_case(part(i, 9), "<![CDATA["); }
+
+    std::size_t search(string_view what, std::size_t from, bool quote_aware) const {
         quotes state;
         for (std::size_t i = from; i < text.size(); ++i) {
             if ((!quote_aware || state.outside()) && has(what, i)) return i;
@@ -117,7 +120,7 @@ struct rules {
         return {.result = sgml_text, .start = from, .size = end > from ? end - from : 0};
     }
 
-    static void add(event* tag, const string& name, const std::optional<string>& value) {
+    static void add(event* tag, string_view name, std::optional<string_view> value) {
         if (tag->attributes.size() == 30) return;
         for (auto& known : tag->attributes) {
             if (!value || !same_in_any_case(known.first, name)) continue;
@@ -128,7 +131,7 @@ struct rules {
     }
 
     // Skips blanks. Returns "=", the word there, "" at the end, or null for an unfinished word.
-    std::optional<string> lexeme(std::size_t* i, std::size_t end) const {
+    std::optional<string_view> lexeme(std::size_t* i, std::size_t end) const {
         while (*i < end && blank(text[*i]))
             ++*i;
         if (*i < end && text[*i] == '=') return "=";
@@ -137,19 +140,19 @@ struct rules {
         for (; to < end && !(state.outside() && (blank(text[to]) || text[to] == '=')); ++to)
             state.pass(text[to]);
         if (!state.outside()) return {};
-        return text.substr(*i, to - *i);
+        return part(*i, to - *i);
     }
 
     enum body_state { wants_tag, wants_attribute, after_name, wants_value };
 
-    static bool misplaced(const string& word, body_state state) {
+    static bool misplaced(string_view word, body_state state) {
         return word.empty() || (word == "=" && state != after_name);
     }
 
     // Returns the error, if any.
     std::optional<event> body(event* tag, std::size_t i, std::size_t end) const {
         body_state state = wants_tag;
-        string pending;
+        string_view pending;
         for (;;) {
             const auto word = lexeme(&i, end);
             if (!word) return error(i, "unterminated string");
@@ -166,9 +169,9 @@ struct rules {
     }
 
     event tag() {
-        static const std::pair<string, string> kinds[] = {{"<?", "?>"},         {"<!--", "-->"},
-                                                          {"<![CDATA[", "]]>"}, {"<!", ">"},
-                                                          {"</", ">"},          {"<", ">"}};
+        static constexpr std::pair<string_view, string_view> kinds[] = {
+            {"<?", "?>"}, {"<!--", "-->"}, {"<![CDATA[", "]]>"},
+            {"<!", ">"},  {"</", ">"},     {"<", ">"}};
         const auto kind = std::ranges::find_if(kinds, [&](const auto& pair) {
             return has(pair.first, at) && at + pair.first.size() < text.size();
         });
@@ -187,7 +190,7 @@ struct rules {
         at += e.size;
         if (opener != "</") return e;
         e.closing = true;
-        e.name.erase(0, 1);
+        e.name.remove_prefix(1);
         const bool wrong = open.empty() || (open.size() < 20 && open.back().name != e.name);
         return wrong ? error(e.start, "mismatched tag") : e;
     }
@@ -205,7 +208,7 @@ struct rules {
     event next_event() {
         const bool counts = last.result == sgml_tag && !last.self_closing;
         if (counts && last.closing) open.pop_back();
-        if (counts && !last.closing && letter(last.name[0])) open.push_back(last);
+        if (counts && !last.closing && begins_with_letter(last.name)) open.push_back(last);
         if (at >= text.size() && open.empty()) return {};
         if (at >= text.size()) {
             return error(open[std::min(open.size(), std::size_t(20)) - 1].start, "mismatched tag");
@@ -222,11 +225,12 @@ struct rules {
     }
 
     const event& next() {
+        if (last.result == sgml_error) return last;
         last = next_event();
         last.depth = open.size();
         last.path.clear();
         for (std::size_t i = 0; i < open.size() && i < 20; ++i)
-            last.path += open[i].name + '/';
+            last.path.push_back(open[i].name);
         return last;
     }
 
