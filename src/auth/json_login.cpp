@@ -98,8 +98,8 @@ bool is_whole(const cgi* vars, const char* name, const char* value) {
            std::strlen(value) == static_cast<std::size_t>(pair->value_len);
 }
 
-// Why no session could be made.
-const char* report_no_session(wms_strbuf* out, pg_conn* db, const char* sid, int result) {
+// Tells that no session could be made; `cause` is what the database said.
+const char* report_no_session(wms_strbuf* out, const char* sid, int result, const char* cause) {
     if (result == -2) {
         controller_log(session_log_error,
                        "%s(%d):WebUI session limit reached: %d. Can't create any more WebUI "
@@ -111,9 +111,9 @@ const char* report_no_session(wms_strbuf* out, pg_conn* db, const char* sid, int
         return "Unauthorized request, session limit reached";
     }
     char reason[1024];
-    error_text_escape(reason, sizeof reason, PQerrorMessage(db));
+    error_text_escape(reason, sizeof reason, cause);
     controller_log(session_log_error, "%s(%d):Can't update a new session (main): %s, %s",
-                   session_log_source, __LINE__, sid, PQerrorMessage(db));
+                   session_log_source, __LINE__, sid, cause);
     wuic_generic_error(out, "Can't update a new session (main): %s, %s", sid, reason);
     return "Unauthorized request, can't update session";
 }
@@ -132,7 +132,8 @@ const char* log_in(wms_strbuf* out, pg_conn* db, const login_peers& peers, const
     scoped_strbuf text;
     const int created =
         wuic_session_create(db, text, sid, peers.client_ip, user, role, false, path);
-    return created == 0 ? nullptr : report_no_session(out, db, sid, created);
+    if (created == 0) return nullptr;
+    return report_no_session(out, sid, created, text_or_null(text.buf.data));
 }
 
 }  // namespace

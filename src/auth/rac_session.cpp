@@ -3,6 +3,7 @@
 #include "runtime/cgi.h"
 #include "runtime/log.h"
 #include "runtime/strbuf.h"
+#include "runtime/text.h"
 
 #include "auth/field.h"
 #include "auth/rac_client.h"
@@ -28,7 +29,7 @@ int wuic_is_valid_vpn_session(pg_conn* db, const cgi* vars, session_record* reco
     if (wuic_session_create(db, text, sid, client_addr, client.user, client.role, true, rac_path) !=
         0) {
         controller_log(session_log_error, "%s(%d): RAC: Can't update a new session (ret): %s, %s",
-                       session_log_source, __LINE__, sid, PQerrorMessage(db));
+                       session_log_source, __LINE__, sid, text_or_null(text.buf.data));
         return 0;
     }
     *record = {};

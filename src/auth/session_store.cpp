@@ -120,9 +120,58 @@ bool insert_session(pg_conn* db, wms_strbuf* text, const row_literals& row) {
     return run(db, text, PGRES_COMMAND_OK) != nullptr;
 }
 
-void log_not_created(const char* sid, const char* reason) {
+// Counting and inserting are two statements, and other requests count in between unless they wait.
+// Every maker of a session takes this lock first; the transaction's end gives it back, as does that
+// of the process. The level is stated: a stricter one would count what was there before the wait.
+constexpr char begin_creation[] =
+    "BEGIN ISOLATION LEVEL READ COMMITTED; SELECT pg_advisory_xact_lock(4343)";
+
+// Undoes at the end of its scope what was not committed.
+struct creation_transaction {
+    explicit creation_transaction(pg_conn* connection) noexcept : db(connection) {}
+    ~creation_transaction() {
+        if (PQtransactionStatus(db) != PQTRANS_IDLE) PQclear(PQexec(db, "ROLLBACK"));
+    }
+    creation_transaction(const creation_transaction&) = delete;
+    creation_transaction& operator=(const creation_transaction&) = delete;
+
+    [[nodiscard]] bool begin() const { return ended_with(begin_creation, PGRES_TUPLES_OK); }
+    [[nodiscard]] bool commit() const { return ended_with("COMMIT", PGRES_COMMAND_OK); }
+
+  private:
+    [[nodiscard]] bool ended_with(const char* statement, ExecStatusType wanted) const {
+        const db_result result{PQexec(db, statement)};
+        return PQresultStatus(result.get()) == wanted;
+    }
+    pg_conn* db;
+};
+
+// Leaves the reason in `text`, whatever stood there.
+void keep_reason(wms_strbuf* text, const char* reason) {
+    wms_strbuf_clear(text);
+    wms_strbuf_append(text, reason, static_cast<std::int32_t>(std::strlen(reason)));
+}
+
+int not_created(wms_strbuf* text, const char* sid, const char* reason) {
     controller_log(session_log_error, "%s(%d):Can't update a new session: %s, %s",
                    session_log_source, __LINE__, sid, reason);
+    keep_reason(text, reason);
+    return -1;
+}
+
+int limit_reached(wms_strbuf* text) {
+    wuic_log(session_log_error, "Reached session limit: %d", session_limit);
+    controller_log(session_log_error, "%s(%d): Reached session limit %d", session_log_source,
+                   __LINE__, session_limit);
+    keep_reason(text, "");
+    return -2;
+}
+
+int older_not_deleted(wms_strbuf* text, const char* reason) {
+    controller_log(session_log_error, "%s(%d): RAC: Can't delete old session: %s",
+                   session_log_source, __LINE__, reason);
+    keep_reason(text, reason);
+    return -1;
 }
 
 }  // namespace
@@ -163,25 +212,19 @@ int wuic_session_create(pg_conn* db, wms_strbuf* text, char* sid_out, const char
     row_literals row{};
     row.admin = rac ? 0 : 1;
     if (sid_out[0] == '\0' || !escape_row(row, sid_out, ip, user, role, path)) {
-        log_not_created(sid_out, "no identifier, or a value is too long");
-        return -1;
+        return not_created(text, sid_out, "no identifier, or a value is too long");
     }
-    const int count = get_session_count(db);
-    if (count >= session_limit) {
-        wuic_log(session_log_error, "Reached session limit: %d", session_limit);
-        controller_log(session_log_error, "%s(%d): Reached session limit %d", session_log_source,
-                       __LINE__, session_limit);
-        return -2;
-    }
-    if (count >= 0 && rac && !delete_older_rac_sessions(db, text, row)) {
-        controller_log(session_log_error, "%s(%d): RAC: Can't delete old session: %s",
-                       session_log_source, __LINE__, PQerrorMessage(db));
-        return -1;
-    }
+    const creation_transaction transaction(db);
+    const int count = transaction.begin() ? get_session_count(db) : -1;
+    if (count >= session_limit) return limit_reached(text);
     // Without a count the limit cannot be kept, so nothing is stored.
-    if (count < 0 || !delete_same_session(db, text, row) || !insert_session(db, text, row)) {
-        log_not_created(sid_out, PQerrorMessage(db));
-        return -1;
+    if (count < 0) return not_created(text, sid_out, PQerrorMessage(db));
+    if (rac && !delete_older_rac_sessions(db, text, row)) {
+        return older_not_deleted(text, PQerrorMessage(db));
+    }
+    if (!delete_same_session(db, text, row) || !insert_session(db, text, row) ||
+        !transaction.commit()) {
+        return not_created(text, sid_out, PQerrorMessage(db));
     }
     return 0;
 }

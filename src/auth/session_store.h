@@ -24,10 +24,13 @@ inline constexpr int session_sid_size = 128;  // bytes that wuic_session_create 
 // Number of sessions, or -1.
 [[nodiscard]] int get_session_count(pg_conn* db);
 
-// Makes a session; the new identifier goes into `sid_out` (session_sid_size bytes). The statements
-// are built in the scratch buffer `text`. `rac` makes a remote-access session. Texts may be null,
-// which is empty; a path that does not fit becomes empty. Returns 0, -1 on a failure (the
-// connection keeps the database's message) or when a text does not fit, -2 at the session limit.
+// Makes a session; the new identifier goes into `sid_out` (session_sid_size bytes). All of it is
+// one transaction, and while it lasts nobody else makes one, so the limit holds for logins side by
+// side; it is over when this returns, and after a failure nothing of it remains. The statements are
+// built in the buffer `text`. `rac` makes a remote-access session. Texts may be null, which is
+// empty; a path that does not fit becomes empty. Returns 0, -1 on a failure or when a text does not
+// fit, -2 at the session limit. Unless it returns 0, `text` holds the reason, which may be empty;
+// the connection no longer has it. REQUIRES: no transaction is open on `db`.
 // NOLINTNEXTLINE(readability-function-size): fixed interface
 [[nodiscard]] int wuic_session_create(pg_conn* db, wms_strbuf* text, char* sid_out, const char* ip,
                                       const char* user, const char* role, bool rac,

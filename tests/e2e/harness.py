@@ -140,6 +140,13 @@ def execute(sid, command="show hostname", **keywords):
                         headers=as_session(sid), **keywords)
 
 
+def wait_until(condition, what):
+    deadline = time.monotonic() + 60
+    while not condition():
+        assert time.monotonic() < deadline, "waited in vain for " + what
+        time.sleep(0.01)
+
+
 def plan(**keys):
     simctl.order(CONTROL, "plan", plan=keys)
 

@@ -157,7 +157,8 @@ struct fake_service {
 struct sessions : testing::Test {
     request_record request;
     db_conn db;
-    std::string sid;  // of the session that was created last
+    std::string sid;     // of the session that was created last
+    std::string reason;  // why none was
 
     void SetUp() override {
         database_init();
@@ -177,6 +178,7 @@ struct sessions : testing::Test {
         const int result = wuic_session_create(db.get(), scratch, made, ip.c_str(), user.c_str(),
                                                role.c_str(), rac, path.c_str());
         sid = made;
+        reason = result != 0 ? text_of(scratch.buf) : "";
         return result;
     }
 };

@@ -59,8 +59,38 @@ TEST_F(sessions, the_limit_holds_and_a_failing_database_makes_no_session) {
     session_record record;
     EXPECT_EQ(wuic_session_retrieve(db.get(), &request.input, &record, "5"), -1);
     EXPECT_EQ(get_session_count(db.get()), -1);
-    EXPECT_EQ(create("10.0.0.1", "admin", "root"), -1);
     EXPECT_EQ(wuic_session_delete(db.get(), "5"), -1);
+}
+
+// The database fails at one statement after the other; none of them leaves a trace.
+TEST_F(sessions, a_creation_that_fails_is_undone_and_ends_its_transaction) {
+    const std::string refuse =
+        "CREATE FUNCTION refuse() RETURNS trigger LANGUAGE plpgsql AS "
+        "'BEGIN RAISE EXCEPTION ''% fails'', TG_OP; END'; CREATE ";
+    struct {
+        std::string before, after, reason;
+    } const table[] = {
+        {"BEGIN; SELECT 1/0", "", "current transaction is aborted"},
+        {"ALTER TABLE http_session RENAME TO aside", "ALTER TABLE aside RENAME TO http_session",
+         "relation \"http_session\" does not exist"},
+        {refuse + "TRIGGER t BEFORE DELETE ON http_session EXECUTE FUNCTION refuse()",
+         "DROP FUNCTION refuse CASCADE", "DELETE fails"},
+        {"ALTER TABLE http_session ADD CONSTRAINT nobody CHECK (_user = '') NOT VALID",
+         "ALTER TABLE http_session DROP CONSTRAINT nobody", "violates check constraint"},
+        {refuse + "CONSTRAINT TRIGGER t AFTER INSERT ON http_session DEFERRABLE INITIALLY DEFERRED "
+                  "FOR EACH ROW EXECUTE FUNCTION refuse()",
+         "DROP FUNCTION refuse CASCADE", "INSERT fails"}};
+    ASSERT_EQ(create("10.0.0.1", "admin", "root"), 0);
+    for (const auto& row : table) {
+        for (const bool rac : {false, true}) {
+            sql(row.before);
+            EXPECT_EQ(create("10.0.0.1", "admin", "root", "/", rac), -1) << row.reason;
+            EXPECT_NE(reason.find(row.reason), std::string::npos) << reason << rac;
+            EXPECT_EQ(PQtransactionStatus(db.get()), PQTRANS_IDLE) << row.reason;
+            sql(row.after);
+            EXPECT_EQ(get_session_count(db.get()), 1) << row.reason;
+        }
+    }
 }
 
 TEST_F(sessions, a_remote_access_client_gets_a_session_when_the_service_says_connected) {
