@@ -6,6 +6,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <optional>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -32,6 +33,17 @@ struct spool_place {
 
 constexpr spool_place on_flash{paths::spool_flash, 0, 60};
 constexpr spool_place on_ramdisk{paths::spool_ramdisk, 1, 75};
+
+// All uploads use the same spool file and make the same image, so they take turns. It is the folder
+// that is locked: no file has to be made for it, and the kernel gives the lock back. Without the
+// folder there is nothing to wait for, and no upload succeeds.
+unique_fd wait_for_turn() {
+    unique_fd folder(::open(paths::flash_root, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    while (folder && ::flock(folder.get(), LOCK_EX) != 0) {
+        if (errno != EINTR) break;
+    }
+    return folder;
+}
 
 // Removes the spool file on every way out.
 struct spool_file_guard {
@@ -132,6 +144,7 @@ int receive_and_parse(cgi* input, std::int64_t length, const spool_place& place)
 
 int spool_upload(cgi* input, std::int64_t length) {
     if (length > length_max) return cgi_too_long;
+    const unique_fd turn = wait_for_turn();
     const auto place = choose_place(length);
     if (!place || !has_memory(input, *place)) {
         body_discard(length);

@@ -17,7 +17,8 @@ inline constexpr std::array<std::string_view, 2> spooled_pages{"captiveportal_im
 // Receives and parses a spooled upload. The first part with a file goes to the image file on flash,
 // further ones are dropped, all other parts become input->pairs over input->body. The spool file is
 // gone when this returns. An earlier upload's image is removed when a body is received, so the
-// image file is always the latest upload's; after a failure there is none.
+// image file is always the latest upload's; after a failure there is none. Uploads take turns: one
+// that comes while another one is being received waits for it, however long its client takes.
 //   length  CONTENT_LENGTH, above 0
 // Returns 0 or a cgi_parse_error; with cgi_low_space the body has been read and dropped.
 [[nodiscard]] int spool_upload(cgi* input, std::int64_t length);

@@ -59,11 +59,15 @@ class Response:
         return self.body.decode("utf-8", "surrogateescape")
 
 
+def connect(timeout=60, context=None):
+    target = urlsplit(URL)
+    return http.client.HTTPSConnection(target.hostname, target.port, timeout=timeout,
+                                       context=context or ssl._create_unverified_context())
+
+
 def http_request(path, method="GET", body=b"", headers=None):
     """One request over a connection of its own."""
-    target = urlsplit(URL)
-    connection = http.client.HTTPSConnection(
-        target.hostname, target.port, timeout=60, context=ssl._create_unverified_context())
+    connection = connect()
     try:
         connection.request(method, path, body=body or None, headers=headers or {})
         reply = connection.getresponse()

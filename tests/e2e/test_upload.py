@@ -1,5 +1,9 @@
 """The image upload, which goes to flash and never through memory."""
 
+import contextlib
+from concurrent.futures import ThreadPoolExecutor
+from pathlib import Path
+
 import pytest
 
 import harness
@@ -37,6 +41,26 @@ def test_file_names(admin, name, refused):
     else:
         harness.assert_reason(response, "not implemented")
         assert harness.IMAGE.read_bytes() == b"data"
+
+
+def test_uploads_side_by_side_do_not_mix(admin):
+    """The second one comes when half of the first is there."""
+    first, second = b"1" * 700_000, b"2" * 900_000
+    body, headers = harness.multipart(("UIDQORIN", admin.encode()), ("file", first, "image.bin"))
+    with contextlib.closing(harness.connect()) as connection, ThreadPoolExecutor(1) as pool:
+        connection.putrequest("POST", PAGE)
+        for name, value in {**headers, **harness.as_session(admin), "Content-Length": len(body)}.items():
+            connection.putheader(name, value)
+        connection.endheaders(body[:len(body) // 2])
+        harness.wait_until(harness.LEFTOVERS[2].exists, "the first upload")
+        other = pool.submit(upload, admin, second)
+        harness.wait_until(lambda: other.done() or "-> FLOCK" in Path("/proc/locks").read_text(),
+                           "the second upload")
+        connection.send(body[len(body) // 2:])
+        assert b"not implemented" in connection.getresponse().read()
+        harness.assert_reason(other.result(), "not implemented")
+    assert harness.IMAGE.read_bytes() == second
+    assert not harness.LEFTOVERS[2].exists()
 
 
 def test_who_may_not_upload_stores_nothing(reader):
