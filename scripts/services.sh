@@ -46,8 +46,10 @@ start_postgres() {
     chown postgres:postgres /run/postgresql
     "${as_postgres[@]}" initdb --pgdata="$data" --auth=peer --encoding=UTF8 --locale=C.UTF-8 --no-sync \
         </dev/null >"$run_folder/initdb.out" 2>&1 || die "initdb: $(<"$run_folder/initdb.out")"
+    install -D -o postgres -g postgres -m 644 deploy/postgresql/wms.conf "$data/conf.d/wms.conf"
+    echo "include_dir 'conf.d'" >>"$data/postgresql.conf"
     service postgres "${as_postgres[@]}" postgres -D "$data" -c listen_addresses= \
-        -c unix_socket_directories=/run/postgresql -c fsync=off -c max_connections=200
+        -c unix_socket_directories=/run/postgresql -c fsync=off
 }
 
 ready_postgres() {
