@@ -5,6 +5,7 @@
 #   bench/run.sh processes  whole requests, from exec to exit
 #   bench/run.sh replies    reading replies, beside libraries that read XML
 #   bench/run.sh search     searches of the database of access points
+#   bench/run.sh load       64 clients for a minute, or for as many seconds as are given
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 # shellcheck source=scripts/lib.sh
@@ -50,15 +51,25 @@ measure_search() {
     enter_sandbox --preset bench --services all -- /usr/bin/python3 bench/ap_search.py
 }
 
+# The end-to-end test of the same name, which checks every answer and prints its figures.
+measure_load() {
+    scripts/packages.sh test
+    build_preset release
+    enter_sandbox --services all -- env WMS_LOAD_SECONDS="${1:-60}" WMS_LOAD_REQUESTS=1000000000 \
+        /usr/bin/python3 -m pytest -q -s -p no:cacheprovider tests/e2e/test_load.py -k clients
+}
+
 scripts/packages.sh run bench
 case ${1:-} in
     '')
         measure_processes
         measure_replies
         measure_search
+        measure_load
         ;;
     processes) measure_processes ;;
     replies) measure_replies ;;
     search) measure_search ;;
+    load) measure_load "${2:-60}" ;;
     *) die "unknown benchmark: $1" ;;
 esac
