@@ -1,11 +1,14 @@
 // Entry of wms.cgi: one request per process, from the CGI environment to one block of output.
+#include <cerrno>
 #include <csignal>
 #include <cstdio>
+#include <cstring>
 #include <iterator>
 #include <string>
 #include <unistd.h>
 
 #include "platform/controller.h"
+#include "platform/privileges.h"
 #include "platform/system_log.h"
 
 #include "runtime/cgi.h"
@@ -123,8 +126,12 @@ int main(int argc, char** argv) {
     }
     if (helper_mode_requested(argc, argv)) return helper_mode_run(argc, argv);
 
+    const int unnarrowed = privileges_narrow() ? 0 : errno;
     system_log_open(log_name);
     readQorinLogInfo();
+    if (unnarrowed != 0) {
+        controller_log(log_error, "Unable to give up privileges: %s", std::strerror(unnarrowed));
+    }
     database_init();
     run_request(request, argc > 0 ? argv[0] : nullptr);
     return 0;
