@@ -3,7 +3,9 @@
 add_library(wms_flags INTERFACE)
 target_compile_options(wms_flags INTERFACE
     -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wold-style-cast -Wformat=2
-    -Wundef -Wcast-align -fno-strict-aliasing)
+    -Wundef -Wcast-align -Wcast-qual -Wextra-semi -Wredundant-decls -Wvla -Wdouble-promotion
+    -Wimplicit-fallthrough -fno-strict-aliasing
+    $<$<CXX_COMPILER_ID:GNU>:-Wduplicated-cond -Wduplicated-branches -Wlogical-op>)
 if(WMS_WERROR)
     target_compile_options(wms_flags INTERFACE -Werror)
 endif()
@@ -25,7 +27,7 @@ if(WMS_SANITIZE)
 else()
     target_compile_options(wms_flags INTERFACE
         -fstack-protector-strong -fstack-clash-protection
-        $<$<CONFIG:Release>:-U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2>)
+        $<$<CONFIG:Release>:-U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=3>)
     if(CMAKE_SYSTEM_PROCESSOR MATCHES "x86_64|AMD64")
         target_compile_options(wms_flags INTERFACE -fcf-protection=full)
     endif()
@@ -44,7 +46,8 @@ function(wms_floor name)
     add_library(${name} STATIC ${sources})
     target_sources(${name} PUBLIC FILE_SET HEADERS BASE_DIRS ${PROJECT_SOURCE_DIR}/src
         FILES ${headers})
-    target_compile_options(${name} PRIVATE -fno-exceptions -fno-rtti)
+    # Not for all: GCC sees null pointers in the headers of its own library, as tests use them.
+    target_compile_options(${name} PRIVATE -fno-exceptions -fno-rtti -Wnull-dereference)
     target_link_libraries(${name} PUBLIC ${ARGN} PRIVATE wms_flags)
     set_target_properties(${name} PROPERTIES VERIFY_INTERFACE_HEADER_SETS ON)
 endfunction()

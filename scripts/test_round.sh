@@ -6,6 +6,8 @@
 set -euo pipefail
 # shellcheck source=scripts/lib.sh
 . scripts/lib.sh
+# shellcheck source=scripts/hardening.sh
+. scripts/hardening.sh
 
 readonly reports=/run/wms/sanitizer
 results=/run/wms/results.xml
@@ -66,6 +68,8 @@ run_unit() {
 run_e2e() {
     if is_sanitized; then
         check_that_reports_are_found
+    elif [[ $WMS_PRESET == release ]]; then
+        check_hardening /vantor/webui/wms/wms.cgi
     fi
     /usr/bin/python3 -m pytest tests/e2e -q -p no:cacheprovider --tb=short --junitxml="$results" "$@" || true
     # A request whose client went away may still be running.
