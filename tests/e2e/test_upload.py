@@ -63,12 +63,6 @@ def test_uploads_side_by_side_do_not_mix(admin):
     assert not harness.LEFTOVERS[2].exists()
 
 
-def test_who_may_not_upload_stores_nothing(reader):
-    for sid in ("0b2c7c5e", reader):
-        harness.assert_reason(upload(sid, b"x" * 300000), harness.NO_PERMISSION)
-        assert nothing_left()
-
-
 def test_naming_an_upload_page_in_the_query_lets_nobody_in(reader):
     """A role that may use the one page that the URI names, but not the other."""
     sid = harness.add_session(user="agent", role="snmpv3-user")
