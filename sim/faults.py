@@ -17,7 +17,8 @@ they were given; an exchange that no plan matches is answered normally. The keys
   delay           answer after so many seconds
   silent          true: take the request, never answer; close on "release"
   refuse          true: close without reading the request
-  stranger        hexadecimal bytes of a datagram that comes from a foreign port before the answer
+  stranger        hexadecimal bytes that come before the answer, as a datagram from a foreign port and
+                  as one from a foreign address
 """
 
 import threading

@@ -9,6 +9,7 @@ import internal
 import wire
 
 LOOPBACK = "127.0.0.1"
+OTHER_LOOPBACK = "127.0.0.2"
 
 
 class BindError(Exception):
@@ -136,8 +137,11 @@ class DatagramService:
     def _exchange(self, request, peer):
         reply, plan = self._respond(request)
         if "stranger" in plan:
-            with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as stranger:
-                stranger.sendto(bytes.fromhex(plan["stranger"]), peer)
+            own_port = self._socket.getsockname()[1]
+            for source in ((LOOPBACK, 0), (OTHER_LOOPBACK, own_port)):
+                with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as stranger:
+                    stranger.bind(source)
+                    stranger.sendto(bytes.fromhex(plan["stranger"]), peer)
         if not self._faults.wait_before_answer(plan) or reply is None:
             return
         if "raw" in plan:

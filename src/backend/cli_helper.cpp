@@ -7,8 +7,10 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <fcntl.h>
 #include <string_view>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
 
@@ -74,10 +76,23 @@ malloc_text obfuscated_command(const char* command) {
     return result == 0 ? std::move(rewritten) : nullptr;
 }
 
+// Everybody may plant a link below /tmp that leads to another service's socket, which may well be
+// root's. None is followed: what is connected to is what stands at the path itself.
+unique_fd find_socket(const char* path) {
+    unique_fd place{open(path, O_PATH | O_NOFOLLOW | O_CLOEXEC)};
+    struct stat facts = {};
+    if (!place || fstat(place.get(), &facts) != 0) return {};
+    if (S_ISSOCK(facts.st_mode) && facts.st_nlink <= 1) return place;
+    errno = EACCES;
+    return {};
+}
+
 int connect_path(int fd, const char* path) {
+    const unique_fd place = find_socket(path);
+    if (!place) return -1;
     sockaddr_un addr = {};
     addr.sun_family = AF_UNIX;
-    std::snprintf(addr.sun_path, sizeof addr.sun_path, "%s", path);
+    std::snprintf(addr.sun_path, sizeof addr.sun_path, paths::own_descriptor, place.get());
     const auto* const generic = reinterpret_cast<const sockaddr*>(&addr);
     while (connect(fd, generic, sizeof addr) != 0) {
         if (errno != EINTR) return -1;

@@ -62,5 +62,6 @@ inline constexpr char vendor_table[] = "/vantor/share/vendors.table";
 inline constexpr char random_uuid[] = "/proc/sys/kernel/random/uuid";
 inline constexpr char memory_info[] = "/proc/meminfo";
 inline constexpr char own_program[] = "/proc/self/exe";
+inline constexpr char own_descriptor[] = "/proc/self/fd/%d";
 
 }  // namespace paths

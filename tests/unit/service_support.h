@@ -128,7 +128,29 @@ struct fake_helper {
     }
 };
 
-// Takes one datagram. A stranger answers it first, and then, unless it is silent, the service.
+// Sends from the socket's port, but from another address of this host.
+inline void send_from_elsewhere(int fd, std::string bytes, sockaddr_in to) {
+    iovec piece = {.iov_base = bytes.data(), .iov_len = bytes.size()};
+    alignas(cmsghdr) char control[CMSG_SPACE(sizeof(in_pktinfo))] = {};
+    msghdr message = {};
+    message.msg_name = &to;
+    message.msg_namelen = sizeof to;
+    message.msg_iov = &piece;
+    message.msg_iovlen = 1;
+    message.msg_control = control;
+    message.msg_controllen = sizeof control;
+    cmsghdr* const head = CMSG_FIRSTHDR(&message);
+    head->cmsg_level = IPPROTO_IP;
+    head->cmsg_type = IP_PKTINFO;
+    head->cmsg_len = CMSG_LEN(sizeof(in_pktinfo));
+    in_pktinfo source = {};
+    source.ipi_spec_dst.s_addr = inet_addr("127.0.0.2");
+    std::memcpy(CMSG_DATA(head), &source, sizeof source);
+    EXPECT_EQ(sendmsg(fd, &message, 0), ssize_t(bytes.size()));
+}
+
+// Takes one datagram. Strangers answer it first, from another port and from another address, and
+// then, unless it is silent, the service.
 struct fake_service {
     unique_fd fd;
     std::string received;
@@ -144,6 +166,7 @@ struct fake_service {
             const unique_fd stranger(tp_udp_connect(nullptr, 0, true));
             const auto* const to = reinterpret_cast<const sockaddr*>(&from);
             sendto(stranger.get(), forged.data(), forged.size(), 0, to, sizeof from);
+            send_from_elsewhere(fd.get(), forged, from);
             if (!silent) sendto(fd.get(), reply.data(), reply.size(), 0, to, sizeof from);
         });
     }
