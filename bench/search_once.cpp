@@ -9,8 +9,7 @@
 
 int main() {
     request_record request;
-    database_init();
-    if (cgi_parse(&request.input) < 0) return 1;
+    if (!database_init() || cgi_parse(&request.input) < 0) return 1;
     const int result =
         wlmng_search("", &request.response, &request.session, nullptr, &request.input);
     wms_strbuf_out(&request.response, nullptr);

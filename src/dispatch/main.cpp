@@ -97,9 +97,9 @@ void serve_request(request_record& request, PGconn* db, const char* argument0) {
 }
 
 // Some servers turn an answer without a header into a 500.
-void write_response(const wms_strbuf& response) {
-    if (response.length > 0) {
-        wms_strbuf_out(&response, nullptr);
+void write_response(request_record& request) {
+    if (request.response.length > 0) {
+        wms_strbuf_out(&request.response, nullptr);
     } else {
         std::fputs(xml_header, stdout);
     }
@@ -108,10 +108,12 @@ void write_response(const wms_strbuf& response) {
 
 void run_request(request_record& request, const char* argument0) {
     controller_databases databases;
-    if (databases_open(&databases, &request.response) == 0) {
+    if (!database_init()) {
+        wuic_generic_error(&request.response, "Memory allocation failure");
+    } else if (databases_open(&databases, &request.response) == 0) {
         serve_request(request, databases.wms.get(), argument0);
     }
-    write_response(request.response);
+    write_response(request);
 }
 
 }  // namespace
@@ -132,7 +134,6 @@ int main(int argc, char** argv) {
     if (unnarrowed != 0) {
         controller_log(log_error, "Unable to give up privileges: %s", std::strerror(unnarrowed));
     }
-    database_init();
     run_request(request, argc > 0 ? argv[0] : nullptr);
     return 0;
 }

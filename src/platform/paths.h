@@ -18,6 +18,7 @@ inline constexpr char db_wms[] = "dbname=wms user=root";
 inline constexpr char db_gap[] = "dbname=gapdb user=root";
 inline constexpr char db_cfgm[] = "dbname=cfgmdb user=root";
 inline constexpr char db_user[] = "dbname=userdbv3 user=root";
+inline constexpr char root_home[] = "/root";  // where the client library looks for a password file
 
 // Flash and RAM disk.
 inline constexpr char flash_root[] = "/flash";

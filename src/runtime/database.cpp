@@ -120,10 +120,13 @@ void report_failure(const database_row& row, const PGconn* conn, wms_strbuf* res
 
 }  // namespace
 
-void database_init() {
-    static_cast<void>(setenv("PGOPTIONS", server_options, 1));
+bool database_init() {
+    // Without it the library has the C library look up the user, which costs every connection two
+    // files and crashes where memory runs out.
+    if (setenv("HOME", paths::root_home, 0) != 0) return false;
     // In some encodings a backslash is the second byte of a character, and escapes nothing.
-    static_cast<void>(setenv("PGCLIENTENCODING", "UTF8", 1));
+    return setenv("PGOPTIONS", server_options, 1) == 0 &&
+           setenv("PGCLIENTENCODING", "UTF8", 1) == 0;
 }
 
 int databases_open(controller_databases* databases, wms_strbuf* response) {

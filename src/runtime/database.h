@@ -17,9 +17,10 @@ struct controller_databases {
     db_conn userdb;
 };
 
-// Sets PGOPTIONS and PGCLIENTENCODING for this process; called once, before the first
-// connection.
-void database_init();
+// Sets PGOPTIONS and PGCLIENTENCODING for this process, and HOME where there is none; called once,
+// before the first connection. Without memory for them it returns false, and nothing may be
+// connected to: what is put into a statement is escaped for these settings.
+[[nodiscard]] bool database_init();
 
 // Opens the four databases side by side. Returns 0; or -1 at the first one (in the order of the
 // record) that failed: its document is in `response`, the log lines are written, nothing stays

@@ -42,7 +42,7 @@ TEST(ApSearch, RowsOfAQueryThatIsBrokenOffAreTakenBack) {
                    "cannot insert multiple commands into a prepared statement\n</reason>\n"
                    "</qorin>\n"},
     };
-    database_init();
+    ASSERT_TRUE(database_init());
     const db_conn db = database_connect(paths::db_gap);
     for (const stream_case& row : cases) {
         SCOPED_TRACE(row.sql);

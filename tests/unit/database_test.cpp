@@ -74,7 +74,7 @@ TEST(Databases, LiteralsReadBackslashesOnADefaultServer) {
     setenv("PGHOST", "/run/postgresql", 1);
     request_record request;
     controller_databases databases;
-    database_init();
+    ASSERT_TRUE(database_init());
     ASSERT_EQ(databases_open(&databases, &request.response), 0) << request.response.data;
     unsetenv("PGOPTIONS");
     databases.gapdb = database_connect(paths::db_gap);

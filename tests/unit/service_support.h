@@ -184,7 +184,7 @@ struct sessions : testing::Test {
     std::string reason;  // why none was
 
     void SetUp() override {
-        database_init();
+        ASSERT_TRUE(database_init());
         db = database_connect(paths::db_wms);
         ASSERT_TRUE(database_is_open(db)) << database_error(db.get());
         sql("DELETE FROM http_session");
