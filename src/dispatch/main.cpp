@@ -15,6 +15,7 @@
 #include "runtime/database.h"
 #include "runtime/error_response.h"
 #include "runtime/log.h"
+#include "runtime/out_of_memory.h"
 #include "runtime/request.h"
 
 #include "auth/session_store.h"
@@ -47,7 +48,7 @@ constexpr parse_failure parse_failures[] = {
      .reason = "Read Error encountered.",
      .log_line = "Invalid argument: Read Error encountered."},
     {.result = cgi_no_memory,
-     .reason = "Memory allocation failure",
+     .reason = memory_reason,
      .log_line = "Invalid argument: Unable to allocate bytes memory for content upload."},
     {.result = cgi_too_long,
      .reason = "Content Length exceed limit.",
@@ -98,6 +99,11 @@ void serve_request(request_record& request, PGconn* db, const char* argument0) {
 
 // Some servers turn an answer without a header into a 500.
 void write_response(request_record& request) {
+    if (request.text_lost) {
+        out_of_memory_answer(request);
+        return;
+    }
+    request.answered = true;
     if (request.response.length > 0) {
         wms_strbuf_out(&request.response, nullptr);
     } else {
@@ -109,7 +115,7 @@ void write_response(request_record& request) {
 void run_request(request_record& request, const char* argument0) {
     controller_databases databases;
     if (!database_init()) {
-        wuic_generic_error(&request.response, "Memory allocation failure");
+        wuic_generic_error(&request.response, "%s", memory_reason);
     } else if (databases_open(&databases, &request.response) == 0) {
         serve_request(request, databases.wms.get(), argument0);
     }
@@ -128,6 +134,7 @@ int main(int argc, char** argv) {
     }
     if (helper_mode_requested(argc, argv)) return helper_mode_run(argc, argv);
 
+    out_of_memory_install();
     const int unnarrowed = privileges_narrow() ? 0 : errno;
     system_log_open(log_name);
     readQorinLogInfo();

@@ -1,5 +1,7 @@
 #include "runtime/error_response.h"
 
+#include <algorithm>
+#include <array>
 #include <cstdarg>
 #include <cstdint>
 #include <cstdio>
@@ -37,11 +39,21 @@ struct error_document {
     const char* after;
 };
 
-constexpr error_document status_document{
-    .before = "<qorin>\n  <status>Error</status>\n  <reason>",
-    .after = "</reason>\n</qorin>\n",
-};
+constexpr char status_before[] = "<qorin>\n  <status>Error</status>\n  <reason>";
+constexpr char status_after[] = "</reason>\n</qorin>\n";
+constexpr error_document status_document{.before = status_before, .after = status_after};
 constexpr error_document command_document{.before = "<re><ERROR>", .after = "</ERROR></re>\n"};
+
+// The texts in one, without their NULs.
+template <std::size_t... Sizes>
+constexpr auto joined(const char (&... texts)[Sizes]) {
+    std::array<char, (... + (Sizes - 1))> all{};
+    auto end = all.begin();
+    ((end = std::copy_n(texts, Sizes - 1, end)), ...);
+    return all;
+}
+
+constexpr auto memory_response = joined(xml_header, status_before, memory_reason, status_after);
 
 [[gnu::format(printf, 3, 0)]] void refuse(wms_strbuf* response, const error_document& document,
                                           const char* format, va_list args) {
@@ -54,6 +66,10 @@ constexpr error_document command_document{.before = "<re><ERROR>", .after = "</E
 }
 
 }  // namespace
+
+std::string_view memory_error_response() {
+    return {memory_response.data(), memory_response.size()};
+}
 
 void wuic_generic_error(wms_strbuf* response, const char* format, ...) {
     va_list args;

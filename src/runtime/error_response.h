@@ -4,10 +4,16 @@
 #pragma once
 
 #include <cstddef>
+#include <string_view>
 
 struct wms_strbuf;
 
 inline constexpr char xml_header[] = "Content-Type: text/xml\r\nExpires: 0\r\n\r\n";
+
+inline constexpr char memory_reason[] = "Memory allocation failure";
+
+// What wuic_generic_error makes of `memory_reason`, header included; needs no memory.
+std::string_view memory_error_response();
 
 // <qorin> document with status "Error" and the reason.
 [[gnu::format(printf, 2, 3)]] void wuic_generic_error(wms_strbuf* response, const char* format,

@@ -25,6 +25,10 @@ request_record::~request_record() {
     if (current == this) current = nullptr;
 }
 
+request_record* request_current_or_null() {
+    return current;
+}
+
 // REQUIRES: a record exists. Everything that asks is called between entry and exit.
 request_record& request_current() {
     return *current;

@@ -52,6 +52,11 @@ struct request_record {
     const char* caller_role = "";  // what the controller lets this process be
     bool wuic_is_cgi_exec =
         false;  // set by this program's own entry; turns the slow-request log off
+    // A text buffer could not grow: whatever was built since may lack a piece, so the answer is
+    // that memory ran out.
+    bool text_lost = false;
+    bool upload_stored = false;  // the upload's files, as far as they are there, are this request's
+    bool answered = false;       // writing the response has begun
 
     request_record();
     ~request_record();  // releases input and response; closes held locks, whose files stay
@@ -59,6 +64,8 @@ struct request_record {
     request_record& operator=(const request_record&) = delete;
 };
 
-// The record of the request that is being served.
+// The record of the request that is being served; null outside of one.
+request_record* request_current_or_null();
+// The same, for those who are called between entry and exit only.
 // REQUIRES: one exists. Tests make one where they call what needs it.
 request_record& request_current();

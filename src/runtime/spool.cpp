@@ -17,6 +17,7 @@
 
 #include "runtime/body_input.h"
 #include "runtime/log.h"
+#include "runtime/request.h"
 #include "runtime/spool_parser.h"
 
 namespace {
@@ -62,9 +63,7 @@ std::int64_t to_bytes(std::int64_t size_mib) {
 std::int64_t measure_flash(std::int64_t need) {
     const std::int64_t free = free_flash_mib();
     if (to_bytes(free) >= need) return free;
-    for (const char* leftover : {paths::spool_flash, paths::os_image, paths::spool_ramdisk}) {
-        ::unlink(leftover);
-    }
+    spool_drop_all();
     return free_flash_mib();
 }
 
@@ -125,6 +124,7 @@ unique_fd open_spool(const char* path) {
 int receive_and_parse(cgi* input, std::int64_t length, const spool_place& place) {
     const malloc_text window{static_cast<char*>(std::malloc(body_chunk))};
     if (!window) return cgi_no_memory;
+    request_current().upload_stored = true;
     spool_drop_image();
     const unique_fd spool = open_spool(place.path);
     if (!spool) {
@@ -157,4 +157,10 @@ int spool_upload(cgi* input, std::int64_t length) {
 
 void spool_drop_image() {
     ::unlink(paths::os_image);
+}
+
+void spool_drop_all() {
+    for (const char* leftover : {paths::spool_flash, paths::os_image, paths::spool_ramdisk}) {
+        ::unlink(leftover);
+    }
 }

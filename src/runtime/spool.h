@@ -25,3 +25,5 @@ inline constexpr std::array<std::string_view, 2> spooled_pages{"captiveportal_im
 
 // Removes the image: for a request that turned out to be refused after its upload was stored.
 void spool_drop_image();
+// Removes whatever uploads left: the image and the spool files.
+void spool_drop_all();

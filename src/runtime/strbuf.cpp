@@ -5,6 +5,8 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "runtime/request.h"
+
 namespace {
 
 constexpr std::int64_t growth_step = 1024;
@@ -38,7 +40,10 @@ int wms_strbuf_brk(wms_strbuf* buf, std::int64_t need) {
     const std::int64_t size = (need + growth_step - 1) / growth_step * growth_step;
     if (size <= buf->capacity) return 0;
     auto* const block = static_cast<char*>(std::realloc(buf->data, static_cast<std::size_t>(size)));
-    if (block == nullptr) return -1;
+    if (block == nullptr) {
+        if (request_record* const request = request_current_or_null()) request->text_lost = true;
+        return -1;
+    }
     if (buf->data == nullptr) block[0] = '\0';
     buf->data = block;
     buf->capacity = static_cast<std::int32_t>(size);

@@ -1,0 +1,34 @@
+#include "runtime/out_of_memory.h"
+
+#include <new>
+#include <string_view>
+#include <unistd.h>
+
+#include "runtime/error_response.h"
+#include "runtime/log.h"
+#include "runtime/request.h"
+#include "runtime/spool.h"
+#include "runtime/spool_parser.h"
+
+namespace {
+
+void end_request() {
+    request_record* const request = request_current_or_null();
+    if (request != nullptr && !request->answered) out_of_memory_answer(*request);
+    ::_exit(0);
+}
+
+}  // namespace
+
+void out_of_memory_install() {
+    std::set_new_handler(end_request);
+}
+
+void out_of_memory_answer(request_record& request) {
+    request.answered = true;
+    if (request.upload_stored) spool_drop_all();
+    controller_log(log_error, "%s", memory_reason);
+    const std::string_view answer = memory_error_response();
+    // Who does not take the answer cannot be told anything else.
+    static_cast<void>(write_whole(STDOUT_FILENO, answer.data(), answer.size()));
+}
