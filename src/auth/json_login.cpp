@@ -23,6 +23,7 @@
 namespace {
 
 constexpr std::size_t body_size = 1024;
+constexpr std::int64_t answer_room = 2048;  // for every answer: the body and its header lines
 constexpr std::string_view rac_login_prefix = "/rac/login";
 constexpr char session_cookie[] = "SESSION";
 
@@ -161,6 +162,8 @@ void api_write_json_response(wms_strbuf* out, int http_code, int status, const c
 }
 
 int api_login_internal(wms_strbuf* out, pg_conn* db, cgi* vars) {
+    // A session whose identifier could not be told would be lost.
+    if (wms_strbuf_reserve(out, answer_room) != 0) return -1;
     const login_settings settings = login_settings_read(vars);
     const login_peers peers = read_peers(vars);
     const char* const user = cgi_named_value(vars, "username");
@@ -175,6 +178,8 @@ int api_login_internal(wms_strbuf* out, pg_conn* db, cgi* vars) {
     if (refusal == nullptr) refusal = log_in(out, db, peers, user, password, sid);
 
     if (refusal != nullptr) {
+        // Where the database's confirmation was lost, the session may be there all the same.
+        if (sid[0] != '\0') static_cast<void>(wuic_session_delete(db, sid));
         api_write_json_response(out, 401, 1, refusal, nullptr, nullptr);
     } else {
         api_write_json_response(out, 200, 0, "You've logged in successfully.", session_cookie, sid);

@@ -21,7 +21,7 @@
 void api_write_json_response(wms_strbuf* out, int http_code, int status, const char* text,
                              const char* cookie_name, const char* cookie_value);
 
-// Handles one API login; always answers. Returns 0.
+// Handles one API login. Returns 0 with an answer; -1 without memory for one, and nothing was done.
 int api_login_internal(wms_strbuf* out, pg_conn* db, cgi* vars);
 // Logs out: removes a found session from the store; always answers. Returns 0.
 int api_logout_internal(wms_strbuf* out, pg_conn* db, const session_record* session);

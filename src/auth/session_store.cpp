@@ -1,6 +1,7 @@
 #include "auth/session_store.h"
 
 #include <charconv>
+#include <cstdio>
 #include <cstring>
 #include <optional>
 #include <span>
@@ -232,9 +233,11 @@ int wuic_session_create(pg_conn* db, wms_strbuf* text, char* sid_out, const char
 int wuic_session_delete(pg_conn* db, const char* sid) {
     char literal[sizeof(row_literals::sid)];
     if (sid == nullptr || *sid == '\0' || !escape_literal(literal, sid)) return -1;
-    scoped_strbuf text;
-    wms_strbuf_fmt(text, "DELETE FROM http_session WHERE sid = '%s'", literal);
-    if (run(db, &text.buf, PGRES_COMMAND_OK)) return 0;
+    // No buffer that grows: a session must go even where memory ran out.
+    char text[sizeof literal + 64];
+    std::snprintf(text, sizeof text, "DELETE FROM http_session WHERE sid = '%s'", literal);
+    const db_result result{PQexec(db, text)};
+    if (PQresultStatus(result.get()) == PGRES_COMMAND_OK) return 0;
     controller_log(session_log_error, "%s(%d):Can't delete session %s: %s", session_log_source,
                    __LINE__, sid, PQerrorMessage(db));
     return -1;
