@@ -3,6 +3,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstring>
+#include <fcntl.h>
 #include <iterator>
 #include <string>
 #include <unistd.h>
@@ -122,10 +123,20 @@ void run_request(request_record& request, const char* argument0) {
     write_response(request);
 }
 
+// A descriptor that was handed down closed would be the next socket's or file's, and be read as the
+// body or written to as the answer.
+void hold_standard_descriptors() {
+    for (const int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+        if (::fcntl(fd, F_GETFD) < 0) static_cast<void>(::open("/dev/null", O_RDWR));
+    }
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
+    hold_standard_descriptors();
     std::signal(SIGPIPE, SIG_IGN);
+    std::signal(SIGXFSZ, SIG_IGN);  // a file that may not grow is a failed write like others
     request_record request;
     request.caller_role = getrole();
     request.wuic_is_cgi_exec = true;

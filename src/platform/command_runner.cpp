@@ -45,6 +45,7 @@ bool describe_child(spawn_settings* child) {
     sigemptyset(&restored);
     sigemptyset(&blocked);
     sigaddset(&restored, SIGPIPE);
+    sigaddset(&restored, SIGXFSZ);
     sigaddset(&restored, SIGCHLD);
     return posix_spawn_file_actions_addopen(&child->files, STDIN_FILENO, "/dev/null", O_RDONLY,
                                             0) == 0 &&
@@ -90,11 +91,13 @@ int replace_process(const char* program) {
     if (::close_range(first_private_fd, ~0U, CLOSE_RANGE_CLOEXEC) != 0) return -1;
 
     clean_environment environment;
-    const auto previous = std::signal(SIGPIPE, SIG_DFL);
+    const auto pipe = std::signal(SIGPIPE, SIG_DFL);
+    const auto file_size = std::signal(SIGXFSZ, SIG_DFL);
     std::array<char*, 2> arguments{const_cast<char*>(program), nullptr};
     ::execve(program, arguments.data(), environment.entries.data());
     const int error = errno;
-    std::signal(SIGPIPE, previous);
+    std::signal(SIGPIPE, pipe);
+    std::signal(SIGXFSZ, file_size);
     errno = error;
     return -1;
 }
