@@ -84,18 +84,27 @@ def post_form(path, fields, headers=None):
     return http_request(path, "POST", urlencode(fields).encode(), form_headers(headers))
 
 
-def cgi_request(path="/", env=None, stdin=b"", argv0=PROGRAM, arguments=()):
-    """Starts the program as an HTTP server does. A variable given as None is left out."""
+def cgi_variables(path="/", env=None):
+    """The environment that an HTTP server gives the program. What is given as None is left out."""
     script, _, query = path.partition("?")
     variables = {
         "PATH": "/usr/bin:/bin", "GATEWAY_INTERFACE": "CGI/1.1", "REQUEST_METHOD": "GET",
         "SCRIPT_NAME": script, "REQUEST_URI": path, "QUERY_STRING": query, "HTTPS": "on",
         "REMOTE_ADDR": "192.0.2.7", "REMOTE_PORT": "40000", "SERVER_ADDR": "192.0.2.1",
         "SERVER_PORT": "4343", **(env or {})}
-    variables = {os.fsencode(name): value if isinstance(value, bytes) else os.fsencode(value)
-                 for name, value in variables.items() if value is not None}
-    done = subprocess.run([argv0, *arguments], executable=PROGRAM, env=variables, input=stdin,
-                          capture_output=True, timeout=60, check=False)
+    return {os.fsencode(name): value if isinstance(value, bytes) else os.fsencode(value)
+            for name, value in variables.items() if value is not None}
+
+
+def cgi_request(path="/", env=None, stdin=b"", argv0=PROGRAM, arguments=(), **keywords):
+    """Starts the program as an HTTP server does; further keywords are those of subprocess.run."""
+    return cgi_response(subprocess.run(
+        [argv0, *arguments], executable=PROGRAM, env=cgi_variables(path, env), input=stdin,
+        capture_output=True, timeout=60, check=False, **keywords))
+
+
+def cgi_response(done):
+    """The answer of a run that ended as every run must."""
     assert done.returncode == 0, (done.returncode, done.stderr)
     head, blank, body = done.stdout.partition(b"\r\n\r\n")
     assert blank, done.stdout
