@@ -3,6 +3,7 @@
 #include <array>
 #include <charconv>
 #include <cstdio>
+#include <ctime>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -47,6 +48,10 @@ constexpr int reboot_entry_upgrade = 5;
 // so to each other from running in circles.
 constexpr int reopen_attempts = 8;
 
+// How long a holder may take from locking the file to naming itself in it.
+constexpr int naming_attempts = 50;
+constexpr timespec naming_pause{.tv_sec = 0, .tv_nsec = 1'000'000};
+
 bool is_lock_kind(int kind) {
     return kind >= 0 && kind < lock_kind_count;
 }
@@ -64,6 +69,17 @@ pid_t read_pid(int fd) {
     pid_t pid = 0;
     if (length > 0) std::from_chars(text, text + length, pid);
     return pid > 0 ? pid : 0;
+}
+
+bool is_alive(pid_t pid) {
+    return pid > 0 && ::getpgid(pid) >= 0;
+}
+
+bool take_lock(int fd) {
+    struct flock whole {};
+    whole.l_type = F_WRLCK;
+    whole.l_whence = SEEK_SET;
+    return ::fcntl(fd, F_SETLK, &whole) == 0;
 }
 
 bool path_names(const char* path, int fd) {
@@ -92,10 +108,6 @@ attempt try_lock(const char* path) {
     return tried;
 }
 
-bool is_alive(pid_t pid) {
-    return ::getpgid(pid) >= 0;
-}
-
 }  // namespace
 
 int open_file_for_locking(const char* path) {
@@ -103,15 +115,18 @@ int open_file_for_locking(const char* path) {
 }
 
 int lock_file(int fd, pid_t pid, pid_t* holder) {
-    struct flock whole {};
-    whole.l_type = F_WRLCK;
-    whole.l_whence = SEEK_SET;
-    if (::fcntl(fd, F_SETLK, &whole) == 0) {
-        // Without its pid the lock still excludes others, which then see no readable holder.
-        static_cast<void>(write_pid(fd, pid));
-        return 0;
+    // Somebody who has locked the file this moment is not named in it yet, and must not be passed
+    // like a holder who never will be: the file is read again for a while.
+    for (int i = 0; i < naming_attempts; ++i) {
+        if (take_lock(fd)) {
+            // Without its pid the lock still excludes others, which then see no readable holder.
+            static_cast<void>(write_pid(fd, pid));
+            return 0;
+        }
+        *holder = read_pid(fd);
+        if (is_alive(*holder)) return 1;
+        ::nanosleep(&naming_pause, nullptr);
     }
-    *holder = read_pid(fd);
     return *holder > 0 ? 1 : 2;
 }
 

@@ -19,8 +19,10 @@ enum lock_kind : int {
 // descriptor, which the caller closes, or -1.
 [[nodiscard]] int open_file_for_locking(const char* path);
 
-// Tries to take the lock, without waiting. Returns 0 with the lock taken and `pid` stored in the
-// file; 1 when the process `holder` has it; 2 when it was not to be had and the file names nobody.
+// Tries to take the lock. Returns 0 with the lock taken and `pid` stored in the file; 1 when the
+// process `holder` has it; 2 when it was not to be had and the file names nobody. Waits only for a
+// holder that the file does not name, or whose process is gone: at most some 50 ms, since whoever
+// has just taken the lock is still to write its pid.
 [[nodiscard]] int lock_file(int fd, pid_t pid, pid_t* holder);
 
 // Takes the lock of a kind. Null when the command may run, else the message to show; `upgrade_busy`

@@ -72,6 +72,55 @@ TEST_F(LockFiles, AHolderThatCannotBeNamedOrIsGoneIsPassed) {
     EXPECT_EQ(content(upgrade_lock), own);
 }
 
+// '\0' at the pipe's end.
+char next_byte(int fd) {
+    char byte = 0;
+    return read(fd, &byte, 1) == 1 ? byte : '\0';
+}
+
+// One of several that lock as soon as `go` ends and keep what they have until `end` does.
+[[noreturn]] void compete(int go, int told, int end) {
+    const request_record request;
+    bool busy = false;
+    next_byte(go);
+    const bool held = lock_file_for_clisession_str(lock_upgrade_image, &busy) == nullptr;
+    const bool good = write(told, held ? "1" : "0", 1) == 1;
+    next_byte(end);
+    _exit(good ? 0 : 1);
+}
+
+int holders_among(int competitors) {
+    int go[2];
+    int told[2];
+    int end[2];
+    if (pipe(go) != 0 || pipe(told) != 0 || pipe(end) != 0) return -1;
+    for (int i = 0; i < competitors; ++i) {
+        if (fork() != 0) continue;
+        close(go[1]);
+        close(end[1]);
+        compete(go[0], told[1], end[0]);
+    }
+    close(go[1]);
+    close(told[1]);
+    int holders = 0;
+    for (int i = 0; i < competitors; ++i)
+        holders += next_byte(told[0]) == '1' ? 1 : 0;
+    for (const int fd : {go[0], told[0], end[0], end[1]})
+        close(fd);
+    for (int i = 0; i < competitors; ++i)
+        wait(nullptr);
+    return holders;
+}
+
+// Whoever comes while another one takes the lock sees a file that names nobody yet, or the dead.
+TEST_F(LockFiles, OfManyAtOnceOneHoldsTheLock) {
+    for (int round = 0; round < 600; ++round) {
+        unlink(upgrade_lock);
+        if (round % 2 == 0) std::ofstream(upgrade_lock) << "4194304\n";
+        EXPECT_EQ(holders_among(4), 1) << round;
+    }
+}
+
 TEST_F(LockFiles, UnlockingWhatIsNotHeldTouchesNothing) {
     std::ofstream(upgrade_lock) << "1";
     for (const int kind : {-1, 5, 1 << 30, int{lock_upgrade_image}})
