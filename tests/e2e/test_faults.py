@@ -307,12 +307,11 @@ def held_up(place):
         yield lambda: harness.order("wait-held")
         return
     database, lock = place
-    holder = psycopg2.connect("dbname=%s user=root" % database)
-    holder.cursor().execute(lock)
-    yield lambda: running.await_that(
-        lambda: sql("SELECT 1 FROM pg_stat_activity WHERE wait_event_type = 'Lock'", "postgres"),
-        "a request that waits for the lock")
-    holder.close()
+    with contextlib.closing(psycopg2.connect("dbname=%s user=root" % database)) as holder:
+        holder.cursor().execute(lock)
+        yield lambda: running.await_that(
+            lambda: sql("SELECT 1 FROM pg_stat_activity WHERE wait_event_type = 'Lock'", "postgres"),
+            "a request that waits for the lock")
 
 
 @pytest.mark.parametrize("number", chosen([signal.SIGKILL, signal.SIGINT]))
@@ -380,7 +379,7 @@ DAMAGED = {
 
 @pytest.mark.parametrize("fault", DAMAGED)
 def test_a_damaged_session(admin, fault):
-    answers = ask_all(["command", "upload"], admin)
+    answers = ask_all(["search", "upload"], admin)
     change, is_session = DAMAGED[fault]
     sql("UPDATE http_session SET " + change)
     assert ask_all(answers, admin) == (answers if is_session else dict.fromkeys(answers, NO_PERMISSION))
