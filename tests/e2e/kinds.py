@@ -4,7 +4,7 @@ import re
 from xml.sax.saxutils import escape
 
 import harness
-from harness import WHOLE_TABLES, literal, sql
+from harness import WHOLE_TABLES, sql
 
 UUID = "[0-9a-f]{8}(-[0-9a-f]{4}){3}-[0-9a-f]{12}"
 IMAGE = bytes(range(256)) * 400
