@@ -4,10 +4,11 @@
 struct request_record;
 
 // From now on a failed `operator new` ends the process with status 0. Unless the answer was being
-// written already, it is the memory error, and the upload's files are removed as
-// out_of_memory_answer does. Descriptors, and the locks on them, go with the process.
+// written already, it is that of out_of_memory_answer. Descriptors, and the locks on them, go with
+// the process. REQUIRES: what must be removed again is made and removed without `operator new` in
+// between, as spool files are, or is known to out_of_memory_answer.
 void out_of_memory_install();
 
 // Writes the memory error (error_response.h) to standard output as the answer to the request, and
-// removes what its upload stored, since nobody was told of it.
+// removes the image that its upload stored, since nobody was told of it.
 void out_of_memory_answer(request_record& request);

@@ -55,7 +55,7 @@ struct request_record {
     // A text buffer could not grow: whatever was built since may lack a piece, so the answer is
     // that memory ran out.
     bool text_lost = false;
-    bool upload_stored = false;  // the upload's files, as far as they are there, are this request's
+    bool upload_stored = false;  // the image, if there is one, is this request's
     bool answered = false;       // writing the response has begun
 
     request_record();

@@ -91,7 +91,7 @@ def variable(name, **others):
 
 
 def login(user=None, password=None, reply="role=read-only&path=/"):
-    """As one whom the controller takes for good; what it says of him, coded twice, may be the text."""
+    """As one whom the controller takes for good. Its word of him, coded twice, may be the text."""
     def send(_, text):
         value = {None: b"x", "text": text}
         harness.plan(match="wuic:auth?",
@@ -255,7 +255,7 @@ def test_a_text_stays_a_text(target):
     before, logged = files(), POSTGRES_LOG.stat().st_size
     user = harness.add_session(user="standard", role="standard")
     texts = PAYLOADS + SQL_PAYLOADS * bool(STATEMENTS.search(target))
-    for text in texts if harness.WHOLE_TABLES else texts[number % 4::4]:
+    for text in texts if harness.WHOLE_TABLES else texts[number % 8::8]:
         response = send(user, text)
         try:
             check_answer(kind, response)
