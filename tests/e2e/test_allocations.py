@@ -195,7 +195,6 @@ def fail_each(request, first, onward, step):
                 number += step
 
 
-@pytest.mark.skipif(not harness.WHOLE_TABLES, reason="the sanitizers have an allocator of their own")
 @pytest.mark.parametrize("onward", [False, True], ids=["once", "onward"])
 @pytest.mark.parametrize("name", REQUESTS)
 def test_each_allocation_fails(name, onward):
