@@ -33,6 +33,7 @@ inline constexpr char integrity_check_result[] = "/tmp/integrity_check_result";
 inline constexpr char tpm_cert_mark[] = "/tmp/tpmCertPresent";
 inline constexpr char capture_template[] = "/tmp/%s-XXXXXX";  // of mkstemp(3), after formatting
 inline constexpr char upload_folder[] = "/flash/upload";
+inline constexpr char upload_turn[] = "/run/wms-upload.lock";  // a folder that only root writes to
 
 // Switches and traces.
 inline constexpr char http_log_level[] = "/tmp/http_log_level";

@@ -35,15 +35,16 @@ struct spool_place {
 constexpr spool_place on_flash{paths::spool_flash, 0, 60};
 constexpr spool_place on_ramdisk{paths::spool_ramdisk, 1, 75};
 
-// All uploads use the same spool file and make the same image, so they take turns. It is the folder
-// that is locked: no file has to be made for it, and the kernel gives the lock back. Without the
-// folder there is nothing to wait for, and no upload succeeds.
+// All uploads use the same spool file and make the same image, so they take turns. Whoever may open
+// a file may lock it for as long as he likes, so it is one that only root opens. The kernel gives
+// the lock back. None, with errno set, when there is no lock to be had.
 unique_fd wait_for_turn() {
-    unique_fd folder(::open(paths::flash_root, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    while (folder && ::flock(folder.get(), LOCK_EX) != 0) {
-        if (errno != EINTR) break;
+    unique_fd turn(
+        ::open(paths::upload_turn, O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, S_IRUSR | S_IWUSR));
+    while (turn && ::flock(turn.get(), LOCK_EX) != 0) {
+        if (errno != EINTR) return {};
     }
-    return folder;
+    return turn;
 }
 
 // Removes the spool file on every way out.
@@ -145,6 +146,10 @@ int receive_and_parse(cgi* input, std::int64_t length, const spool_place& place)
 int spool_upload(cgi* input, std::int64_t length) {
     if (length > length_max) return cgi_too_long;
     const unique_fd turn = wait_for_turn();
+    if (!turn) {
+        wuic_log(log_error, "open failed (%d) on the lock of uploads.", errno);
+        return cgi_read_error;
+    }
     const auto place = choose_place(length);
     if (!place || !has_memory(input, *place)) {
         body_discard(length);

@@ -1,6 +1,7 @@
 """The image upload, which goes to flash and never through memory."""
 
 import contextlib
+import subprocess
 from concurrent.futures import ThreadPoolExecutor
 from pathlib import Path
 
@@ -9,6 +10,20 @@ import pytest
 import harness
 
 PAGE = "/screens/cmnutil/wms-os-upload.html"
+
+# Locks what it can of its arguments, tells how many that were, and waits.
+LOCK_ALL = """if True:
+    import fcntl, os, sys
+    held = []
+    for place in sys.argv[1:]:
+        try:
+            held.append(os.open(place, os.O_RDONLY | os.O_NONBLOCK))
+            fcntl.flock(held[-1], fcntl.LOCK_EX | fcntl.LOCK_NB)
+        except OSError:
+            pass
+    print(len(held), flush=True)
+    sys.stdin.read()
+"""
 
 
 def upload(sid, data, file_name="image.bin", page=PAGE, field=None):
@@ -61,6 +76,19 @@ def test_uploads_side_by_side_do_not_mix(admin):
         harness.assert_reason(other.result(), "not implemented")
     assert harness.IMAGE.read_bytes() == second
     assert not harness.LEFTOVERS[2].exists()
+
+
+def test_no_other_user_holds_uploads_up(admin):
+    """Whoever can open a file can lock it."""
+    assert upload(admin, b"earlier").status == 200  # whatever an upload makes, is there from now on
+    places = subprocess.run(["find", "/flash", "/run", "-not", "-path", "/run/postgresql/*"],
+                            capture_output=True, text=True, check=True).stdout.split()
+    with subprocess.Popen(["setpriv", "--reuid=65534", "--regid=65534", "--clear-groups", "/usr/bin/python3", "-c",
+                           LOCK_ALL, *places], stdin=subprocess.PIPE, stdout=subprocess.PIPE) as stranger:
+        assert int(stranger.stdout.readline()) > 0
+        harness.assert_reason(upload(admin, b"data"), "not implemented")
+        stranger.stdin.close()
+    assert harness.IMAGE.read_bytes() == b"data"
 
 
 def test_naming_an_upload_page_in_the_query_lets_nobody_in(reader):
