@@ -2,7 +2,6 @@
 // the server as the contents of one literal each, as a name or direction of a table, or as a
 // number; and what the server holds reaches the browser as text.
 #include <array>
-#include <charconv>
 #include <cstring>
 #include <optional>
 #include <vector>
@@ -20,8 +19,6 @@ namespace {
 
 using std::string_view;
 
-constexpr std::size_t literal_most = 511;
-constexpr std::size_t monitor_query_most = 1022;  // the last byte of a full buffer tells of a cut
 constexpr char too_long[] = "Search text is too long";
 
 struct filter {
@@ -35,37 +32,6 @@ constexpr auto filters = std::to_array<filter>({{"name", "v0v", true},
                                                 {"apgroup", "v2v", true},
                                                 {"ip", "v3v", true},
                                                 {"status", "v4v", true}});
-
-struct sort_key {
-    string_view word;
-    const char* column;
-};
-
-constexpr auto point_keys = std::to_array<sort_key>({{"name", "name"},
-                                                     {"fqln", "fqln"},
-                                                     {"apgroup", "apgroup"},
-                                                     {"amac", "amac"},
-                                                     {"bgmac", "bgmac"},
-                                                     {"wired_mac", "wired_mac"},
-                                                     {"loc", "location"},
-                                                     {"status", "status"},
-                                                     {"apip", "ip"},
-                                                     {"type", "ap_type"},
-                                                     {"lmsip", "lms_ip"},
-                                                     {"bgcpow", "gch"},
-                                                     {"acpow", "ach"},
-                                                     {"strap", "strap"}});
-
-constexpr auto monitor_keys = std::to_array<sort_key>({{"modified-time", "modified_time"},
-                                                       {"apgroup", "g.ap_group"},
-                                                       {"name", "g.name"},
-                                                       {"ip", "g.ip"},
-                                                       {"type", "r.type"},
-                                                       {"ap_type", "g.ap_type"},
-                                                       {"status", "g.status"},
-                                                       {"lmsip", "g.lms_ip"},
-                                                       {"mac", "r.mac"},
-                                                       {"strap", "g.strap"}});
 
 // One request and what came of it.
 struct search_run {
@@ -132,6 +98,24 @@ const filter* filter_of(const std::string& literal) {
     return found != filters.end() ? found : nullptr;
 }
 
+// Behind its conditions a harmless statement has names of columns with directions, and numbers.
+void check_tail(string_view text) {
+    const std::size_t page = text.find(" OFFSET ");
+    expect(page != string_view::npos, "a query is for a page");
+    const auto tokens =
+        sql_tokens_of(text.substr(std::min(text.rfind(" ORDER BY ", page), page)), true);
+    expect(tokens.has_value(), "nothing in an order is open or foreign");
+    for (const sql_token& token : *tokens) {
+        const bool is_name =
+            token.text.find_first_not_of("abcdefghijklmnopqrstuvwxyz_") == std::string::npos;
+        const bool is_known = string_view{" ORDER BY ASC DESC OFFSET LIMIT "}.find(
+                                  ' ' + token.text + ' ') != string_view::npos;
+        expect(token.is == sql_token::number || token.text == "," || token.text == "." ||
+                   (token.is == sql_token::word && (is_name || is_known)),
+               "an order is of columns, and a page of numbers");
+    }
+}
+
 void check_statement(const sent_statement& real, const sent_statement& plain, const cgi* input) {
     const auto tokens = sql_tokens_of(real.text, real.reads_backslashes);
     const auto expected = sql_tokens_of(plain.text, plain.reads_backslashes);
@@ -147,47 +131,6 @@ void check_statement(const sent_statement& real, const sent_statement& plain, co
                                                 real.reads_backslashes);
         expect(as_meant, "a literal holds the value, and a fixed one itself");
     }
-}
-
-// The terms that criteria stand for.
-template <std::size_t Count>
-std::string sort_terms(string_view criteria, const std::array<sort_key, Count>& keys) {
-    std::vector<string_view> words;
-    fuzz_fields list{criteria.substr(0, std::min<std::size_t>(criteria.find('\0'), 255))};
-    while (!list.rest.empty()) {
-        const string_view word = list.field(',');
-        if (!word.empty()) words.push_back(word);
-    }
-    std::string terms;
-    for (std::size_t i = 0; i + 1 < words.size(); i += 2) {
-        const auto key = std::ranges::find(keys, words[i], &sort_key::word);
-        if (key == keys.end()) continue;
-        terms += (terms.empty() ? "" : ",") + std::string(key->column);
-        terms += words[i + 1] == "desc" ? " DESC" : " ASC";
-    }
-    return terms;
-}
-
-std::int32_t number_of(string_view text) {
-    std::int32_t value = 0;
-    std::from_chars(text.data(), text.data() + text.size(), value);
-    return value;
-}
-
-// How a query of one page ends.
-std::string tail_of(const cgi* input, bool of_monitors) {
-    std::string tail;
-    const cgi_pair* const criteria = cgi_named_pair(input, "sort-criteria");
-    if (criteria != nullptr) {
-        const string_view text = value_of(input, "sort-criteria");
-        tail = of_monitors ? " ORDER BY  g.wired_mac ASC, " + sort_terms(text, monitor_keys)
-                           : " ORDER BY " + sort_terms(text, point_keys);
-    }
-    const std::int64_t asked = number_of(value_of(input, "page-size"));
-    const std::int64_t size = asked < 1 ? 10 : asked;
-    const std::int64_t start = std::max(number_of(value_of(input, "start")), 0);
-    tail += " OFFSET " + std::to_string(start - start % size) + " LIMIT " + std::to_string(size);
-    return of_monitors ? tail + " " : tail;
 }
 
 // Texts from the server taken out of their sections and out of the reason.
@@ -214,25 +157,6 @@ bool is_refusal(const search_run& run) {
     return run.response.find(too_long) != std::string::npos;
 }
 
-// A value too long for a literal, or with a NUL, is refused; so is, for air monitors, what makes
-// the statement too long for its buffer.
-void check_refusal(const search_run& real, const search_run& plain, const cgi* input,
-                   bool of_monitors) {
-    bool unfit = false;
-    std::size_t longest = 0;
-    for (const sent_statement& statement : plain.sent)
-        longest = std::max(longest, statement.text.size());
-    for (const filter& row : filters) {
-        const string_view value = value_of(input, row.name);
-        if (value.empty() || (of_monitors && !row.of_monitors)) continue;
-        const std::size_t size = escaped_size(value);
-        unfit = unfit || size > literal_most || value.find('\0') != string_view::npos;
-        longest += size - 3;
-    }
-    if (of_monitors) unfit = unfit || longest > monitor_query_most || is_refusal(plain);
-    expect(is_refusal(real) == unfit, "only a text that does not fit is refused");
-}
-
 // With an apostrophe backslashes must be read away; without one they must reach LIKE.
 bool needs_backslashes(const cgi* input, bool of_monitors) {
     return std::ranges::any_of(filters, [&](const filter& row) {
@@ -252,10 +176,7 @@ void check_runs(const search_run& real, const search_run& plain, const cgi* inpu
                "literals are read as they are meant");
         check_statement(real.sent[i], plain.sent[i], input);
     }
-    if (real.sent.size() == 2) {
-        expect(real.sent[1].text.ends_with(tail_of(input, of_monitors)),
-               "order and page are those that were asked for");
-    }
+    if (plain.sent.size() == 2) check_tail(plain.sent[1].text);
     if (refused) {
         expect(real.result == -1, "a refusal is a failure");
         return;
@@ -325,8 +246,6 @@ void fuzz_one(std::string_view data) {
     const std::string skeleton = skeleton_of(real.response);
     // Only a request whose values need no backslashes asks for the setting.
     if (!settings.can_be_settled && real.sent.empty()) return;
-    if (!plain.sent.empty() || is_refusal(plain))
-        check_refusal(real, plain, request.input, of_monitors);
     check_runs(real, plain, request.input, of_monitors);
     if (!is_refusal(real)) expect(skeleton == skeleton_of(plain.response), "rows are text");
 }

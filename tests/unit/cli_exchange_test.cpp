@@ -17,33 +17,6 @@ std::string run(const char* command) {
            '|' + msg;
 }
 
-TEST(CliExchange, RepliesOfEveryKindAndCutAnywhere) {
-    const std::string cut = "Failed to read socket: Success";
-    const std::string word = wire_word(0);
-    const std::string out = wire_word(3) + "out";
-    const std::string m63(63, 'm');
-    const std::string whole = wire_reply("out", "note");
-    std::vector<std::pair<std::string, std::string>> rows = {
-        {whole, "0|out|3|note"},
-        {wire_reply("", "note"), "0|none|0|note"},
-        {word + wire_word(0xFFFFFFFF) + wire_word(4) + "note", "0|none|-1|note"},
-        {word + wire_word(0x7FFFFFFF) + "abc", "-1|none|2147483647|" + cut},
-        {word + out + wire_word(0xFFFFFFFF), "0|out|3|"},
-        {word + out + wire_word(0x7FFFFFFF), "-1|out|3|" + cut},
-        {wire_reply("out", m63), "0|out|3|" + m63},
-        {wire_reply("out", m63 + "m"), "-1|out|3|" + cut}};
-    for (std::size_t sent = 0; sent < whole.size(); ++sent) {
-        const char* const kept = sent < 8 ? "none|0|" : sent < 11 ? "none|3|" : "out|3|";
-        rows.emplace_back(whole.substr(0, sent), std::string("-1|") + kept + cut);
-    }
-    for (const auto& [reply, expected] : rows) {
-        fake_helper helper(reply);
-        EXPECT_EQ(run("show clock"), expected) << "reply of " << reply.size() << " bytes";
-        EXPECT_EQ(helper.asked(),
-                  (std::vector<std::string>{"admin", "10.0.0.1", "", "show clock"}));
-    }
-}
-
 TEST(CliExchange, ManagementPasswordsNeverLeaveInClear) {
     const malloc_text hex(str_encrypt("s3cret"));
     const std::string head = "branch-config-group \"g\" $ mgmt-user bob root ";

@@ -72,23 +72,6 @@ TEST(replies, become_values_errors_and_tables) {
     }
 }
 
-// Rows of plain cells are read in one go; a comment before each cell prevents it.
-TEST(replies, rows_read_in_one_go_are_as_those_read_token_by_token) {
-    const std::string cells[] = {"",          " x ",           "&amp;", "&#32;",
-                                 "a<i>b</i>", "<![CDATA[c]]>", "</c",   "d<"};
-    for (std::size_t i = 0; i < 512; ++i) {
-        std::string plain = "<re><t nc=3><r>";
-        std::string broken = plain;
-        for (const std::string& cell : {cells[i % 8], cells[i / 8 % 8], cells[i / 64]}) {
-            plain += "<c>" + cell + "</c>";
-            broken += "<!-- --><c>" + cell + "</c>";
-        }
-        const parsed_reply at_once(plain + "</r></t></re>");
-        const parsed_reply by_token(broken + "</r></t></re>");
-        EXPECT_EQ(shown(&at_once.model.data), shown(&by_token.model.data)) << plain;
-    }
-}
-
 TEST(replies, tables_tell_their_range) {
     const std::string closed = "<t tn=a nc=1><r><c>1</c></r>";
     const std::string open = "<t nc=2><r><c>1</c>";
@@ -156,23 +139,6 @@ TEST(tables, hand_out_no_cell_that_they_do_not_hold) {
     wuic_cli_table_init(&table);
     EXPECT_EQ(wuic_cli_table_parse(&table, empty.data(), empty.size), -1);
     wuic_cli_table_deinit(&table);
-}
-
-// Every text handed out lies in the reply and ends there, wherever the reply was cut.
-TEST(replies, cut_at_every_byte_stay_within_their_block) {
-    const std::string whole =
-        "<re><data name=\"a\\\"&amp;\">&lt;1&gt; <!-- x --> 2</data><t tn='t' nc=\"2\"><th><h>A</h>"
-        "</th><r><c><![CDATA[x]]></c><c>y&#65;<i>z</i></c></r><r/></t><ERROR>e</ERROR></re>";
-    for (std::size_t length = 0; length <= whole.size(); ++length) {
-        const parsed_reply parsed(std::string_view(whole).substr(0, length));
-        const std::string text = shown(&parsed.model.data);
-        EXPECT_LE(text.size(), 200U) << length;
-    }
-    parsed_reply twice(whole);
-    wuic_cli_data_clear(twice.model);
-    const exact_copy other("<re><data name=n>v</data></re>", 1);
-    EXPECT_EQ(wuic_cli_data_parse(twice.model, other.data(), other.size), 0);
-    EXPECT_EQ(shown(&twice.model.data), "error e\nn=v");
 }
 
 }  // namespace

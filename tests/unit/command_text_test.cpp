@@ -1,6 +1,5 @@
 // A browser's command before it is sent: what it says, who may send it; and what becomes of the
 // reply.
-#include <random>
 
 #include "runtime/error_response.h"
 
@@ -11,35 +10,6 @@
 #include "service_support.h"
 
 namespace {
-
-// The slow way, which defines the result: as long as the text holds a reference, take the kind that
-// ranks first, and of these the leftmost, and replace it.
-std::string decoded_by_definition(std::string text) {
-    constexpr std::pair<std::string_view, const char*> references[] = {
-        {"&plus;", "+"}, {"&quot;", "\\\""}, {"&gt;", ">"},  {"&lt;", "<"},
-        {"&amp;", "&"},  {"&apos;", "'"},    {"&pct;", "%"}, {"&pound;", "#"}};
-    for (const auto* row = std::begin(references); row != std::end(references);) {
-        const std::size_t at = text.find(row->first);
-        const bool found = at != std::string::npos;
-        if (found) text.replace(at, row->first.size(), row->second);
-        row = found ? std::begin(references) : row + 1;
-    }
-    return text;
-}
-
-TEST(CommandText, DecodingAgreesWithItsDefinition) {
-    const char* const pieces[] = {"&",   ";", "&amp;", "amp;", "lt;",  "gt;",   "quot;",  "apos;",
-                                  "pct", "a", "p",     "am",   "plus", "pound", "&amp;&", "#"};
-    std::minstd_rand random(20240229);
-    for (std::size_t round = 0; round < 20000; ++round) {
-        std::string text;
-        for (std::size_t i = round % 24; i > 0; --i)
-            text += pieces[random() % std::size(pieces)];
-        std::vector<char> block(text.c_str(), text.c_str() + text.size() + 1);  // exactly sized
-        command_unencode(block.data(), static_cast<std::int32_t>(text.size()));
-        ASSERT_EQ(block.data(), decoded_by_definition(text)) << text;
-    }
-}
 
 session_record of_role(std::string_view role) {
     session_record session{};
@@ -98,15 +68,6 @@ TEST(CommandPolicy, WithoutASessionThereIsNoRole) {
     stale.found = false;
     EXPECT_FALSE(command_is_permitted(&stale, "wuic:basic-info"));
     EXPECT_FALSE(fast_path_is_permitted(&stale, "reload"));
-}
-
-TEST(CommandText, AListHoldsItsLimitAndNotOneMore) {
-    command_list list;
-    std::string text;
-    for (int i = 0; i < 4096; ++i)
-        text += "x,";
-    EXPECT_TRUE(command_split(std::string(text).data(), ",", &list));
-    EXPECT_FALSE(command_split((text + "x").data(), ",", &list));
 }
 
 TEST(SaveConfiguration, ReplacesTheResponseByItsOutcome) {

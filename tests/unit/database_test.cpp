@@ -1,4 +1,4 @@
-// The controller's databases: opened side by side, reported in order, and their literals safe.
+// The controller's databases: opened side by side and reported in order.
 #include "service_support.h"
 
 namespace {
@@ -65,24 +65,6 @@ TEST(Databases, FirstFailureInOrderIsReported) {
             seen += line;
         for (const char* part : row.parts)
             EXPECT_NE(seen.find(part), std::string::npos) << part << seen;
-    }
-}
-
-// On a real server with its default settings a backslash before an apostrophe keeps the literal
-// open: with the options of the start-up, and where they were lost on the way.
-TEST(Databases, LiteralsReadBackslashesOnADefaultServer) {
-    setenv("PGHOST", "/run/postgresql", 1);
-    request_record request;
-    controller_databases databases;
-    ASSERT_TRUE(database_init());
-    ASSERT_EQ(databases_open(&databases, &request.response), 0) << request.response.data;
-    unsetenv("PGOPTIONS");
-    databases.gapdb = database_connect(paths::db_gap);
-    for (const db_conn* conn : {&databases.wms, &databases.gapdb, &databases.userdb}) {
-        ASSERT_TRUE(database_is_open(*conn)) << database_error(conn->get());
-        const db_result rows(PQexec(conn->get(), "SELECT 'x\\' OR \\'1\\'=\\'1'"));
-        ASSERT_EQ(PQntuples(rows.get()), 1) << PQerrorMessage(conn->get());
-        EXPECT_STREQ(PQgetvalue(rows.get(), 0, 0), "x' OR '1'='1");
     }
 }
 

@@ -11,29 +11,6 @@
 
 namespace {
 
-TEST(Dispatch, FindsARowByWholeKeyThenByLastElement) {
-    constexpr std::pair<const char*, std::string_view> cases[] = {
-        {"/v1/api/login", "/v1/api/login"},
-        {"/else/login", "login"},
-        {"/deep/v1/configuration/login", "/v1/configuration"},
-        {"/screens/cmnutil/", ""}};
-    for (const auto& [key, name] : cases) {
-        const dispatch_row* const row = dispatch_find(key);
-        EXPECT_EQ(row != nullptr ? row->name : "", name) << key;
-    }
-    EXPECT_TRUE(wuic_cgi_is_registered("/x/heart-beat"));
-    EXPECT_FALSE(wuic_cgi_is_registered("crash.tar"));  // flag 1
-}
-
-TEST(Dispatch, PrefersAWholePathOfTheTableToALastElement) {
-    request_record request;
-    set_variables(&request, {{"SCRIPT_NAME", "/wlan"}, {"PATH_INFO", "/v1/api/login"}});
-    EXPECT_EQ(settle_program_name("/proc/self/exe", &request.input), "/v1/api/login");
-    set_variables(&request, {{"PATH_INFO", "/some/login"}});
-    EXPECT_EQ(settle_program_name("/proc/self/exe", &request.input), "/wlan/some/login");
-    EXPECT_EQ(settle_program_name(nullptr, &request.input), "");
-}
-
 // The end-to-end tests hold each row of that file against the program; here, that it has them all.
 TEST(Dispatch, HasTheRowsOfTheAccessTableAndNoOthers) {
     std::ifstream table("/checkout/tests/e2e/access.tsv");
@@ -50,25 +27,6 @@ TEST(Dispatch, KnowsTheSetupPagesByTheirLastElement) {
     EXPECT_TRUE(is_setup_key("/x/pingUser.xml?a=/b"));
     EXPECT_FALSE(is_setup_key("/x/pingUser.xml/.."));
     EXPECT_FALSE(is_setup_key("/v1/api/login?/ztp.log"));
-}
-
-TEST(Dispatch, LetsOnlyTheRolesOfAllNamedPagesSpoolAnUpload) {
-    static constexpr char both[] = "/captiveportal_import.html?wms-os-upload.html";
-    struct {
-        const char *uri, *role;
-        bool found, allowed;
-    } constexpr cases[] = {{"/wms-os-upload.html", "snmpv3-user", true, true},
-                           {"/wms-os-upload.html", "root", false, false},
-                           {both, "snmpv3-user", true, false},
-                           {both, "standard", true, true}};
-    for (const auto& row : cases) {
-        request_record request;
-        set_variables(&request, {{"REQUEST_URI", row.uri}});
-        request.session.found = row.found;
-        std::snprintf(request.session.role, sizeof request.session.role, "%s", row.role);
-        const bool allowed = may_spool_upload(&request.response, &request.session, &request.input);
-        EXPECT_EQ(allowed, row.allowed) << row.uri << row.role;
-    }
 }
 
 TEST(SlowRequestLog, WritesFromSixSecondsOnAndOnlyOutsideTheCgiProgram) {

@@ -11,24 +11,6 @@ using namespace std::string_literals;
 
 namespace {
 
-TEST(sql_escaping, gives_the_whole_text_or_a_failure_and_nothing) {
-    const auto escape = [](std::int32_t size, const char* text, std::int32_t length) {
-        const exact_copy out{std::string(std::size_t(size), 'x')};
-        const int result = wuic_escape_sql(out.data(), size, text, length, size == 64);
-        const std::string nothing(std::size_t(size), '\0');
-        EXPECT_TRUE(result >= 0 || out.view() == nothing);
-        return std::to_string(result) + " " + out.data();
-    };
-    EXPECT_EQ(escape(63, "x' OR '1'='%", 12), R"(16 x\' OR \'1\'=\'%)");
-    EXPECT_EQ(escape(64, R"(5%\'")", 5), R"(9 5\%\\\'\")");  // of this size with percent signs
-    EXPECT_EQ(escape(5, "a'b", 3), R"(4 a\'b)");
-    EXPECT_EQ(escape(4, "a'b", 3), "-4 ");
-    EXPECT_EQ(escape(1, "", 0), "0 ");
-    EXPECT_EQ(escape(16, "admin\0x"s.data(), 7), "-7 ");
-    EXPECT_EQ(escape(16, nullptr, 3), "-1 ");
-    EXPECT_EQ(escape(16, "abc", -1), "-1 ");
-}
-
 TEST(javascript_escaping, lets_no_closing_tag_form) {
     scoped_strbuf buf;
     EXPECT_STREQ(wuic_jsesc_ii(buf, "a\r\n\"\\'</script>", -1), R"(a\r\n\"\\'<"+"/script"+">)");

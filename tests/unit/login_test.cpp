@@ -1,6 +1,5 @@
-// Logging in over the JSON API, from what the helper is asked to the session; and its cookies.
+// Logging in over the JSON API, from what the helper is asked to the session.
 #include "auth/connection_info.h"
-#include "auth/cookie.h"
 #include "auth/json_login.h"
 
 #include "service_support.h"
@@ -86,18 +85,6 @@ TEST_F(login, only_a_whole_and_accepted_login_makes_a_session) {
         EXPECT_EQ(sql("SELECT string_agg(_user || role || admin, '') FROM http_session"),
                   std::strstr(row.status_text, "success") != nullptr ? "O'Brienr1" : "");
     }
-}
-
-TEST(cookies, are_found_by_text_and_end_at_the_semicolon) {
-    const request_record request;
-    const std::string c5000(5000, 'c');
-    EXPECT_STREQ(cp_get_cookie("xsid=x%41+y; b=2", "sid", false), "x%41+y");
-    EXPECT_STREQ(cp_get_cookie("xsid=x%41+y; b=2", "sid", true), "xA y");
-    EXPECT_STREQ(cp_get_cookie("sid; sidsid=3", "sid", false), "3");
-    EXPECT_EQ(cp_get_cookie(("sid=" + c5000).c_str(), "sid", true), c5000.substr(0, 4095));
-    // An escape that the ";" cuts short takes nothing of the next cookie.
-    EXPECT_EQ(std::strchr(cp_get_cookie("sid=a%;41", "sid", true), '4'), nullptr);
-    EXPECT_EQ(cp_get_cookie("sid; sod=1; si=d", "sid", false), nullptr);
 }
 
 TEST(connection_info, is_bounded_and_https_means_anything_but_on) {

@@ -1,12 +1,4 @@
 // A request as a client sends it becomes variables and form fields, or is refused.
-#include <algorithm>
-#include <array>
-#include <random>
-#include <regex.h>
-
-#include "runtime/multipart.h"
-#include "runtime/screening.h"
-
 #include "input_support.h"
 
 using namespace std::string_literals;
@@ -14,11 +6,6 @@ using namespace std::string_literals;
 namespace {
 
 struct request_input : request_fixture {
-    int get(const char* query) const {
-        set("REQUEST_METHOD", "GET");
-        set("QUERY_STRING", query);
-        return cgi_parse(input);
-    }
     int post(std::string_view body, const std::string& length) const {
         const body_on_stdin on_stdin{body};
         set("REQUEST_METHOD", "POST");
@@ -53,56 +40,6 @@ TEST_F(request_input, overrides_stand_before_the_environment) {
     set("REMOTE_ADDR", nullptr);  // hides the environment's
     EXPECT_EQ(cgi_get_var(input, "REMOTE_ADDR"), nullptr);
     EXPECT_STREQ(cgi_get_var(&other.input, "REMOTE_ADDR"), "10.0.0.2");
-}
-
-TEST_F(request_input, a_query_becomes_sorted_fields) {
-    for (const auto& [query, expected] :
-         text_pairs{{"b&a=1", "a=1|b|"},
-                    {"&a=b=c&=x&", "|=x||a=b=c|"},
-                    {"%61+%62=c+%26d", "a b=c &d|"},
-                    {"a=1%00%00b", "a=1\0\0b|"s},
-                    {"z%C3=1&z=2", "z=2|z\xC3=1|"},            // bytewise, unsigned
-                    {"a=%4&b=%&c%4", "a=\x10|b=\xD0|c\x10|"},  // what follows reads as NUL
-                    {"", ""}}) {
-        EXPECT_EQ(get(query.c_str()), 0);
-        EXPECT_EQ(fields(), expected);
-    }
-    EXPECT_EQ(get(nullptr), 0);
-    EXPECT_EQ(cgi_named_pair(input, ""), nullptr);
-    ASSERT_EQ(get("b&a=1&B=2"), 0);
-    EXPECT_STREQ(cgi_named_value(input, "a"), "1");
-    EXPECT_STREQ(cgi_named_value(input, "b"), "");
-    EXPECT_EQ(cgi_named_value(input, "c"), nullptr);
-    EXPECT_STREQ(cgi_query_string(input), "b&a=1&B=2");
-}
-
-TEST_F(request_input, a_query_that_carries_markup_is_refused) {
-    for (const char* query :
-         {"a=%3Cscript%3E", "a=<IMG ", "a=%3cStYlE%3d", "a=%3Eiframe%20", "a=<br>", "a=<a%20href",
-          "a=<<td ", "a='onload=(1)", "a=%22+on+%3D%28x%29", "a=%00'on%00=(%00)"})
-        EXPECT_EQ(get(query), -1) << query;
-    for (const char* query :
-         {"a=%3Cb%3E", "a=<br", "a=<abc", "a=%3C", "a=%253Cscript%253E", "a='ON=()", "a='on= ()"})
-        EXPECT_EQ(get(query), 0) << query;
-    EXPECT_EQ(post("a=%3Cscript%3E"), 0);  // bodies are not screened
-}
-
-// Four searches in a row decide the same as the expression that they stand for.
-TEST(screening, the_event_handler_search_agrees_with_its_expression) {
-    regex_t expression;
-    ASSERT_EQ(regcomp(&expression, "(.*)[\"'](.*)on(.*)=[(](.*)[)]", REG_EXTENDED | REG_NOSUB), 0);
-    std::mt19937 random{20};
-    int matches = 0;
-    for (int round = 0; round < 20000; ++round) {
-        std::string text;
-        for (auto pieces = random() % 9; pieces > 0; --pieces)
-            text += std::array{"\"", "'", "on", "o", "n", "=(", "=", "(", ")"}[random() % 9];
-        const bool expected = regexec(&expression, text.c_str(), 0, nullptr, 0) == 0;
-        ASSERT_EQ(screening_finds_event_handler(exact_copy{text}.view()), expected) << text;
-        matches += expected;
-    }
-    EXPECT_GT(matches, 50);
-    regfree(&expression);
 }
 
 TEST_F(request_input, a_body_and_its_fields_are_bounded) {
@@ -172,41 +109,6 @@ TEST_F(request_input, parts_of_a_form_become_fields) {
     EXPECT_EQ(post(part(file + "a\0b\""s, "") + end), -6);
     set("CONTENT_TYPE", ("multipart/form-data; boundary=" + std::string(255, 'x')).c_str());
     EXPECT_EQ(post(end), -1);
-}
-
-TEST_F(request_input, a_form_may_end_or_be_damaged_at_any_byte) {
-    set("CONTENT_TYPE", boundary_type);
-    const std::string body = part("a\"", "v") + part("b\"", "v") +
-                             part("f\"; filename=\"e\"\r\nContent-Type: t/p", "data") + "--XyZ--";
-    int delimiters = 0;
-    for (std::size_t at = 0; at < body.size(); ++at) {
-        const exact_copy cut{body.substr(0, at), 1};
-        delimiters += body.substr(0, at).ends_with("--XyZ");
-        ASSERT_EQ(cgi_parse_iii(input, cut.data(), cut.size, 1), 0) << at;
-        ASSERT_EQ(input->pairs.count, std::max(0, delimiters - 1)) << at;
-        fields();  // reads every byte that the fields claim
-        const exact_copy damaged{body, 1};
-        damaged.data()[at] = '"';
-        ASSERT_GE(cgi_parse_iii(input, damaged.data(), damaged.size, 1), -6);
-        fields();
-    }
-}
-
-TEST(multipart, a_delimiter_is_found_where_a_plain_search_finds_it) {
-    std::mt19937 random{7};
-    const auto letters = [&random](std::size_t length) {
-        std::string text(length, '-');
-        std::ranges::generate(text, [&] { return "-a"[random() % 2]; });
-        return text;
-    };
-    for (int round = 0; round < 5000; ++round) {
-        const std::string name = letters(1 + random() % 6);
-        const std::string text = letters(random() % 60);
-        boundary delimiter;
-        ASSERT_TRUE(boundary_prepare(&delimiter, ("boundary=" + name).c_str()));
-        ASSERT_EQ(boundary_find(delimiter, exact_copy{text}.view()), text.find("--" + name))
-            << name << " in " << text;
-    }
 }
 
 }  // namespace

@@ -1,20 +1,14 @@
-// The tokenizer, on known documents and beside a plain and slow reading of the same rules.
-#include <random>
-
+// The tokenizer on known documents.
 #include "runtime/strbuf.h"
 
 #include "backend/sgml_tokenizer.h"
 
 #include "input_support.h"
-#include "tokenizer_rules.h"
 
 using namespace std::string_literals;
 
 namespace {
 
-using plain::event;
-using plain::event_of;
-using plain::rules;
 using std::string;
 
 // ---- what the tokenizer reports
@@ -27,35 +21,31 @@ string report_of(const sgml_tokenizer& t) {
     return string(out.view());
 }
 
-std::vector<event> read(const exact_copy& input, reader* next) {
-    sgml_tokenizer t;
-    sgml_tokenizer_init(&t, input.data(), input.size);
-    std::vector<event> events;
-    while (events.empty() || events.back().result > 0) {
-        const int result = next(&t);
-        events.push_back(event_of(t, result, result == sgml_error ? report_of(t) : ""));
+string shown(const sgml_token& token, const string& text) {
+    if (sgml_tokenizer_is_text(&token))
+        return "[" + text.substr(std::size_t(token.start), std::size_t(token.size)) + "]";
+    string out = token.closing != 0 ? "</" : "<";
+    out.append(token.name, std::size_t(token.name_length));
+    for (int i = 0; i < token.attribute_count; ++i) {
+        const auto& [name, value, name_length, value_length] = token.attributes[std::size_t(i)];
+        out += " " + string(name, std::size_t(name_length));
+        if (value != nullptr) out += "=" + string(value, std::size_t(value_length));
     }
-    EXPECT_EQ(next(&t), events.back().result);  // finished
-    return events;
+    return out + (token.self_closing != 0 ? "/>" : ">");
 }
 
 // "[text]", "<name a=1 b>", "</name>", then "." or the first line of the error.
 string shown(const string& text, reader* next = sgml_tokenizer_next) {
     const exact_copy input{text};
+    sgml_tokenizer t;
+    sgml_tokenizer_init(&t, input.data(), input.size);
     string out;
-    for (const event& e : read(input, next)) {
-        if (e.result == sgml_end) return out + ".";
-        if (e.result == sgml_error) return out + e.report.substr(0, e.report.find('\n'));
-        if (e.result == sgml_text) {
-            out += "[" + text.substr(e.start, e.size) + "]";
-            continue;
-        }
-        out += (e.closing ? "</" : "<") + string(e.name);
-        for (const auto& [name, value] : e.attributes)
-            out += " " + string(name) + (value ? "=" + string(*value) : "");
-        out += e.self_closing ? "/>" : ">";
-    }
-    return out;
+    int result = 0;
+    while ((result = next(&t)) > 0)
+        out += shown(t.token, text);
+    EXPECT_EQ(next(&t), result);  // finished
+    const string report = result == sgml_error ? report_of(t) : ".";
+    return out + report.substr(0, report.find('\n'));
 }
 
 TEST(tokenizer, reads_known_documents) {
@@ -186,57 +176,6 @@ TEST(byte_ranges, compare_as_signed_characters) {
         const exact_copy y{b};
         EXPECT_EQ(st_strcmp(x.data(), x.size, y.data(), y.size), exact) << a;
         EXPECT_EQ(st_strcmpi(x.data(), x.size, y.data(), y.size), any_case) << a;
-    }
-}
-
-// Mostly well-formed; the more pieces, the deeper.
-string random_document(std::mt19937& random, int pieces) {
-    static const string names[] = {"a", "b", "re", "A1"};
-    static const string attributes[] = {" x=1", " X='a>b'", "\ty=\"\\\"\"",
-                                        " z",   "\r = 2",   " 'q r'"};
-    static const string between[] = {"text",           " \t\n",        "\r\n",
-                                     "a&lt;'",         "]]>",          "\x01"s + '\0',
-                                     "<!-- > ' -->",   "<br/>",        "<?xml v='?>'?>",
-                                     "<!DOCTYPE a/>",  "<![CDATA[]]>", "<![CDATA[<x> ]]>",
-                                     "<![CdaTa[\n]]>y"};
-    static const string odd[] = {
-        "<",      "</b>",     "<>",        "</>",      "< a>",         "</ a>", "<a 'x>",
-        "<a =1>", "<a x=\n>", "<![CDATA[", "<!--",     "<?",           "\\",    "'",
-        "</br/>", "<1>",      "<a<b>",     "<a x\\/>", "<a x=\"\\\">", "<!x",   "<![CDATA[]]"};
-    const auto any = [&](const auto& list) { return list[random() % std::size(list)]; };
-    string text;
-    std::vector<string> open;
-    for (int i = 0; i < pieces; ++i) {
-        const auto kind = random() % 16;
-        if (kind == 0) {
-            text += any(odd);
-        } else if (kind < 5) {
-            text += any(between);
-        } else if (kind < 8 && !open.empty()) {
-            text += "</" + open.back() + ">";
-            open.pop_back();
-        } else {
-            text += "<" + open.emplace_back(any(names));
-            for (auto count = random() % (kind == 15 ? 40 : 4); count > 0; --count)
-                text += any(attributes);
-            text += ">";
-        }
-    }
-    return text;
-}
-
-TEST(tokenizer, reads_random_documents_cut_anywhere_by_its_rules) {
-    std::mt19937 random(4);
-    for (int round = 0; round < 100; ++round) {
-        const string whole = random_document(random, round % 10 == 0 ? 60 : 6);
-        for (std::size_t cut = 0; cut <= whole.size(); ++cut) {
-            const exact_copy text{whole.substr(0, cut)};
-            for (const bool cdata : {false, true}) {
-                rules second{string(text.view()), cdata};
-                reader* const next = cdata ? sgml_tokenizer_next_cdata : sgml_tokenizer_next;
-                ASSERT_EQ(read(text, next), second.read()) << second.text;
-            }
-        }
     }
 }
 

@@ -18,13 +18,6 @@ std::string escaped(bool ex, const std::string& text) {
     return std::string(out.view().substr(0, std::size_t(length)));
 }
 
-std::string unescaped(bool form, const std::string& text) {
-    const exact_copy in{text};
-    auto* const unescape = form ? cgi_unescape_url : cgi_unescape_url2;
-    const int length = unescape(in.data(), in.size, in.data(), in.size);
-    return std::string(in.view().substr(0, std::size_t(length)));
-}
-
 TEST(url, text_is_escaped) {
     const std::string marks = "~!?@#$%&*()-_+=[]{};:',.";
     EXPECT_EQ(escaped(true, marks + "Az b/9"), marks + "Az%20b/9");
@@ -34,18 +27,6 @@ TEST(url, text_is_escaped) {
         EXPECT_EQ(escaped(ex, "\r\n\n\r\xff\"<\0"s), "%0A%0A%0D%FF%22%3C%00");
     char out[8];
     EXPECT_EQ(cgi_escape_url(out, 8, "\r\n", 2, false), 6);
-}
-
-TEST(url, text_is_unescaped_without_reading_past_its_end) {
-    EXPECT_EQ(unescaped(true, "a+b%41%6a%6A%00x"), "a bAjj\0x"s);
-    EXPECT_EQ(unescaped(false, "a+b%41%6a%6A%00x"), "a+bAjj\0x"s);
-    for (const auto& [text, expected] : text_pairs{{"", ""},
-                                                   {"%G0", "\x70"},  // 23 * 16, cut to a byte
-                                                   {"%", "\xd0"},    // two NULs: -48 * 16 - 48
-                                                   {"%4", "\x10"},   // one NUL: 4 * 16 - 48
-                                                   {"%%41", "T1"}})  // -11 * 16 + 4, cut
-        EXPECT_TRUE(unescaped(true, text) == expected && unescaped(false, text) == expected)
-            << text;
 }
 
 TEST(url, every_size_of_buffer_is_safe) {

@@ -71,35 +71,4 @@ inline string trimmed(const string& text, const string& set = " \t\r\n") {
     return text.substr(first, text.find_last_not_of(set) - first + 1);
 }
 
-inline string escaped(const string& text, bool newline, bool control) {
-    string out;
-    for (std::size_t at = 0; at < text.size(); ++at) {
-        const auto byte = static_cast<unsigned char>(text[at]);
-        const bool dropped = newline && byte == '\r' && text[at + 1] == '\n';  // or the NUL behind
-        const bool ends_line = byte == '\r' || byte == '\n';
-        const bool is_control = (byte < 0x20 || byte == 0x7F) && (byte < '\t' || byte > '\r');
-        if (dropped) continue;
-        if (newline && ends_line) {
-            out += "&#10;";
-        } else if (byte == '"') {
-            out += "&quot;";
-        } else if (byte == '&') {
-            out += "&amp;";
-        } else if (byte == '\'') {
-            out += "&#39;";
-        } else if (byte == '<') {
-            out += "&lt;";
-        } else if (byte == '>') {
-            out += "&gt;";
-        } else if (is_control && control) {
-            out += '?';
-        } else if (is_control || byte >= 0x80) {
-            out += "&#" + std::to_string(byte) + ';';
-        } else {
-            out += text[at];
-        }
-    }
-    return out;
-}
-
 }  // namespace plain
