@@ -21,3 +21,10 @@ def admin():
 @pytest.fixture
 def reader():
     return harness.add_session(user="reader", role="read-only")
+
+
+@pytest.fixture(scope="module")
+def access_points():
+    harness.sql((harness.CHECKOUT / "tests/e2e/ap_search.sql").read_text(), "gapdb")
+    yield
+    harness.sql("TRUNCATE global_ap_table, global_radio_table", "gapdb")

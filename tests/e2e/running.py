@@ -5,7 +5,6 @@ import contextlib
 import os
 import signal
 import subprocess
-import time
 from dataclasses import dataclass
 from pathlib import Path
 
@@ -15,13 +14,6 @@ PATIENCE = 60
 # What may lie here afterwards: the trace of errors, the helper's socket, what pytest makes.
 FOLDERS = (Path("/tmp"), Path("/flash"))
 LASTING = ("/tmp/ooo", "/tmp/cli-helper.sock", "/tmp/pytest-of-root")
-
-
-def await_that(condition, what):
-    deadline = time.monotonic() + PATIENCE
-    while not condition():
-        assert time.monotonic() < deadline, "not within %d seconds: %s" % (PATIENCE, what)
-        time.sleep(0.01)
 
 
 @dataclass
@@ -62,7 +54,7 @@ class Service:
         for member in family if number == signal.SIGKILL else {pid}:
             with contextlib.suppress(ProcessLookupError):
                 os.kill(member, number)
-        await_that(lambda: family.isdisjoint(processes()), "the end of " + self._argument)
+        harness.wait_until(lambda: family.isdisjoint(processes()), "the end of " + self._argument)
 
     def _starter(self):
         pid = self.pid()
@@ -75,7 +67,7 @@ class Service:
                 subprocess.Popen([*line, *more], cwd=folder, user=owner.st_uid, group=owner.st_gid,
                                  extra_groups=[], stdin=subprocess.DEVNULL, stdout=log, stderr=log,
                                  start_new_session=True)
-            await_that(self._is_ready, self._argument + " serves again")
+            harness.wait_until(self._is_ready, self._argument + " serves again")
         return start
 
     @contextlib.contextmanager
@@ -130,5 +122,5 @@ def nothing_left_behind():
     """No process of the program, no connection to the database or the controller, no file."""
     files, sockets = _files(), len(os.listdir("/proc/%d/fd" % CONTROLLER.pid()))
     yield
-    await_that(lambda: _is_quiet(sockets), "the end of all processes and connections")
+    harness.wait_until(lambda: _is_quiet(sockets), "the end of all processes and connections")
     assert _files() == files

@@ -46,11 +46,7 @@ CLASSES = {
 }
 
 
-@pytest.fixture(scope="module", autouse=True)
-def access_points():
-    harness.sql((harness.CHECKOUT / "tests/e2e/ap_search.sql").read_text(), "gapdb")
-    yield
-    harness.sql("TRUNCATE global_ap_table, global_radio_table", "gapdb")
+pytestmark = pytest.mark.usefixtures("access_points")
 
 
 @pytest.fixture

@@ -56,17 +56,6 @@ def test_a_large_body_is_sent_whole_or_not_at_all(admin, size, lines):
     assert [body.decode() in line["command"] for line in harness.traffic()] == [True] * lines
 
 
-@pytest.mark.parametrize("target, body", [
-    ("object/FILEUPLOAD?file_name=a", b"x"), ("container/fileuploads", b""),
-    ("object", b"{}&amp;Covert_Op=FileUpload&file_name=a"),
-])
-def test_files_are_for_the_roles_that_may_everything(reader, target, body):
-    harness.assert_reason(call(reader, target, body), harness.NO_PERMISSION)
-    assert harness.traffic() == []
-    call(harness.add_session(role="standard"), target, body)
-    assert len(harness.traffic()) == 1
-
-
 def test_the_controller_decides_by_the_sessions_user(reader):
     assert result(call(reader, "object/ntp")) == "Success"
     assert "not permitted" in result(call(reader, "object/ntp", b'{"server":"a"}'))
@@ -84,9 +73,3 @@ def test_what_is_set_is_read_back_there_and_below(admin):
     assert vlans("/hq") == {10: "Management", 20: '"ü%?'}
     assert vlans("/hq/mynode") == {10: "own", 20: '"ü%?', 30: None}
     assert vlans("/hq/branch") == {10: "Management", 20: "Branch office"}
-
-
-@pytest.mark.parametrize("plan", [{"output": "{}", "close_after": 10}, {"output": "", "message": "<ERROR>busy</ERROR>"}])
-def test_a_failed_exchange_is_an_empty_body(admin, plan):
-    harness.plan(**plan)
-    assert call(admin, "object/ntp").text == ""

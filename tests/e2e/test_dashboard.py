@@ -150,17 +150,6 @@ def test_events_are_counted_and_a_refused_query_counts_none(admin):
     harness.assert_logged("wuic_get_monitor_summary_data: Error in executing the query.")
 
 
-def test_a_database_that_takes_no_more_connections_ends_the_document(admin):
-    harness.sql("ALTER DATABASE wms CONNECTION LIMIT 1", "postgres")
-    try:
-        text = ask(admin).text
-    finally:
-        harness.sql("ALTER DATABASE wms CONNECTION LIMIT -1", "postgres")
-    items = ET.fromstring(text + "</qorin>").findall("cli")
-    assert len(items) == len(LABELS["master"]) - 1
-    harness.assert_logged("wuic_get_monitor_summary_data(): can't connect to WMS db:")
-
-
 LONG = "n" * 127
 ROLES = ("<re><t><th><h>Name</h></th><r><c>employee</c><c>x</c></r><r>\n <c>guest logon</c></r>\n"
          "<r><c>R&amp;D \"ü\"</c></r><r><c><![CDATA[a&amp;b]]></c></r>"

@@ -2,15 +2,11 @@
 the log. Nothing is left behind, and the next request is answered as if nothing had been."""
 
 import contextlib
-import http.client
-import os
 import re
 import signal
 import socket
-import ssl
 from concurrent.futures import ThreadPoolExecutor
 from pathlib import Path
-from urllib.parse import urlsplit
 
 import psycopg2
 import pytest
@@ -21,7 +17,6 @@ from harness import WHOLE_TABLES, literal, sql
 from kinds import (ASK_THE_HELPER, HANDLERS, LOGGED_OUT, NO_PERMISSION, NOT_STORED, ask, ask_all, by_hand,
                    chosen, error, plain, request, settled, with_reply, without_reply)
 
-NOBODY = 65534
 ESSID = "show ap essid"
 LAST_COMMAND = "show wms monitor-summary"
 GRANT = "role=root&path=/"
@@ -71,40 +66,15 @@ READ = "Failed to read socket: Success"
 
 
 @contextlib.contextmanager
-def no_helper():
-    """The controller's socket is moved aside; whatever takes its place is removed afterwards."""
-    aside = harness.HELPER_SOCKET.with_suffix(".aside")
-    harness.HELPER_SOCKET.rename(aside)
-    try:
+def deaf_helper():
+    with harness.helper_moved_aside(), socket.socket(socket.AF_UNIX, socket.SOCK_STREAM) as server:
+        server.bind(str(harness.HELPER_SOCKET))
         yield
-    finally:
-        harness.HELPER_SOCKET.unlink(missing_ok=True)
-        aside.rename(harness.HELPER_SOCKET)
-
-
-@contextlib.contextmanager
-def helper_of(uid, listens=True):
-    with no_helper(), socket.socket(socket.AF_UNIX, socket.SOCK_STREAM) as server:
-        os.seteuid(uid)
-        try:
-            server.bind(str(harness.HELPER_SOCKET))
-            if listens:
-                server.listen(64)
-        finally:
-            os.seteuid(0)
-        yield
-        server.setblocking(False)
-        with contextlib.suppress(BlockingIOError):
-            while listens:
-                assert server.accept()[0].recv(4096) == b""
 
 
 UNREACHABLE = {
-    "no helper": (no_helper, "Failed to connect socket: No such file or directory"),
-    "a helper that does not listen": (lambda: helper_of(0, listens=False),
-                                      "Failed to connect socket: Connection refused"),
-    "a helper of another user": (lambda: helper_of(NOBODY),
-                                 "Failed to connect socket: Permission denied"),
+    "no helper": (harness.helper_moved_aside, "Failed to connect socket: No such file or directory"),
+    "a helper that does not listen": (deaf_helper, "Failed to connect socket: Connection refused"),
 }
 
 
@@ -309,7 +279,7 @@ def held_up(place):
     database, lock = place
     with contextlib.closing(psycopg2.connect("dbname=%s user=root" % database)) as holder:
         holder.cursor().execute(lock)
-        yield lambda: running.await_that(
+        yield lambda: harness.wait_until(
             lambda: sql("SELECT 1 FROM pg_stat_activity WHERE wait_event_type = 'Lock'", "postgres"),
             "a request that waits for the lock")
 
@@ -329,29 +299,10 @@ def test_a_server_that_ends_during(admin, as_ever, fault, number):
             assert_logged_only(log)
 
 
-@contextlib.contextmanager
-def half_sent(path, _, body, headers):
-    """A request of which half the body was sent; calls back for the answer to the whole."""
-    target = urlsplit(harness.URL)
-    connection = http.client.HTTPSConnection(
-        target.hostname, target.port, timeout=60, context=ssl._create_unverified_context())
-    with contextlib.closing(connection):
-        connection.putrequest("POST", path)
-        for name, value in {**headers, "Content-Length": str(len(body))}.items():
-            connection.putheader(name, value)
-        connection.endheaders(body[:len(body) // 2])
-
-        def rest():
-            connection.send(body[len(body) // 2:])
-            reply = connection.getresponse()
-            return harness.Response(reply.status, reply.getheaders(), reply.read())
-        yield rest
-
-
 def test_a_server_that_ends_during_an_upload(admin, as_ever):
     answer = as_ever(["upload"])["upload"]
-    with half_sent(*request("upload", admin)) as rest:
-        running.await_that(harness.FLASH.joinpath("post.data").exists, "an upload under way")
+    with harness.half_sent(*request("upload", admin)) as rest:
+        harness.wait_until(harness.FLASH.joinpath("post.data").exists, "an upload under way")
         with running.POSTGRES.stopped(signal.SIGKILL):
             assert settled("upload", rest()) == answer
 

@@ -1,4 +1,4 @@
-"""What the CLI helper may do: take its time, and answer with a message."""
+"""What the CLI helper may do: take its time."""
 
 import threading
 
@@ -16,9 +16,3 @@ def test_a_late_reply_holds_up_nobody_else(admin, reader):
     harness.order("release")
     thread.join()
     assert late == [harness.SHOW_HOSTNAME]
-
-
-def test_a_message_fits_or_is_a_failure(admin):
-    for size, answer in ((1023, "m" * 1023), (1024, "Failed to read socket: Success")):
-        harness.plan(output="", message="m" * size)
-        harness.assert_cli_error(harness.execute(admin), answer)

@@ -1,4 +1,8 @@
-"""Replies that are far too large, or no documents at all, and the requests after them."""
+"""Replies that are far too large, or no documents at all, alone and in documents of several replies,
+and the requests after them."""
+
+import re
+from xml.etree import ElementTree
 
 import pytest
 
@@ -63,3 +67,48 @@ def test_the_fast_path_wraps_a_hostile_reply(admin, reply):
     body = ask(admin, "execFPCliCommand.xml?show%20cpuload&UIDQORIN=$SID")
     made = hostile.generate(**reply)[:FAST_PATH_LIMIT]
     assert body == b"<re><SUCCESS></SUCCESS>" + made + b"</re>"
+
+
+# One reply of each form that the dashboard knows, and the item that shows it.
+SHOWN = {"wuic:basic-info": 0, "show keys all": 1, "show ap essid": 2}
+CONTROLLER_ITEMS = 26
+
+
+def dashboard_items(sid):
+    """The texts of the results, after a look at the document's shape. Bytes that no XML may hold
+    are passed on as they come; the parser must not see them."""
+    document = ElementTree.fromstring(re.sub(rb"[\x00-\x08\x0b-\x1f]", b"?", ask(sid, "monitor-summary-data")))
+    assert (document.tag, document.findtext("status")) == ("qorin", "ok")
+    items = document.findall("cli")
+    assert [item.findtext("id") for item in items] == [str(number) for number in range(len(items))]
+    return [item.findtext("result") for item in items]
+
+
+def policy_results(sid):
+    """[(label, content)], with nothing between and around them."""
+    body = ask(sid, "getRolePolicy.xml")
+    assert (body[:10], body[-10:]) == (b"<rawdata>\n", b"</rawdata>")
+    labels = re.split(b'<result cmd="([^"]*)">', body[10:-10])
+    assert not labels[0].strip()
+    assert all(content.rstrip().endswith(b"</result>") for content in labels[2::2])
+    return list(zip(labels[1::2], labels[2::2]))
+
+
+def test_the_dashboard_keeps_its_shape(admin, reply):
+    for command in SHOWN:
+        harness.plan(match=command, generate=reply)
+    items = dashboard_items(admin)
+    assert len(items) == CONTROLLER_ITEMS
+    if reply["kind"] != "control-bytes":
+        made = hostile.generate(**reply).decode()
+        assert [items[number] for number in SHOWN.values()] == [made] * 3
+
+
+def test_the_role_policy_keeps_its_shape(admin, reply):
+    plain = [label for label, _ in policy_results(admin)]
+    harness.plan(match="show rights", generate=reply)
+    harness.plan(match="show ip access-list brief ipv4", generate=reply)
+    results = dict(policy_results(admin))
+    assert set(results) >= {label for label in plain[-5:]}
+    for label in (b"show rights", b"show ip access-list brief ipv4"):
+        assert hostile.generate(**reply) in results[label]

@@ -18,13 +18,6 @@ REQUESTS = int(os.environ.get("WMS_LOAD_REQUESTS", "50000"))
 
 
 @pytest.fixture
-def access_points():
-    harness.sql((harness.CHECKOUT / "tests/e2e/ap_search.sql").read_text(), "gapdb")
-    yield
-    harness.sql("TRUNCATE global_ap_table, global_radio_table", "gapdb")
-
-
-@pytest.fixture
 def sessions():
     made = {user: harness.add_session(user, role) for user, role in load.ROLES.items()}
     return {**made, load.NOBODY: "", load.STALE: load.FOREIGN.replace("0", "1")}

@@ -50,26 +50,6 @@ def test_a_login_is_answered_recorded_and_usable():
     assert harness.NO_PERMISSION in harness.execute(sid).text
 
 
-def test_names_and_passwords_with_every_kind_of_quote_arrive_unchanged():
-    assert login("o'brien", '50% "off" & <more>\\').status == 200
-    assert [row[2:4] + row[5:6] for row in rows()] == [["o'brien", "read-only", "/a'b"]]
-
-
-@pytest.mark.parametrize("size, too_long", [(0, False), (255, False), (256, True)])
-def test_an_uploaded_file_beside_the_login_is_judged_by_its_name(size, too_long):
-    body, headers = harness.multipart(("username", b"admin"), ("password", b"wlan-Demo1"),
-                                      ("file", b"data", "n" * size))
-    response = harness.http_request(LOGIN, "POST", body, headers)
-    assert response.status == 200
-    assert ("Restricted Filename encountered." in response.text) == too_long
-
-
-def test_a_path_that_does_not_fit_becomes_empty_and_nothing_is_cut():
-    harness.plan(output="role=root&path=/" + "p" * 300)
-    assert login().status == 200
-    assert [row[5] for row in rows()] == [""]
-
-
 def test_the_64th_session_is_the_last():
     harness.sql("INSERT INTO http_session SELECT 's' || n, '192.0.2.1', 'u', 'read-only', '', "
                 "NOW(), NOW(), 1, '/' FROM generate_series(1, 63) n")
@@ -118,25 +98,3 @@ def test_a_session_that_cannot_be_stored_is_no_login():
     for text in ("session: ", "session (main): "):
         pattern = re.escape("Can't update a new " + text) + UUID + ", ERROR: .*\"nobody\""
         assert any(re.search(pattern, line) for line in harness.log_lines()), pattern
-
-
-def test_the_factory_default_state_has_no_login():
-    harness.FACTORY_DEFAULT.touch()
-    response = login()
-    assert response.header("Content-Type").startswith("text/html")
-    assert (harness.session_count(), harness.traffic()) == (0, [])
-
-
-def test_logins_side_by_side_do_not_mix():
-    users = [("admin", "wlan-Demo1"), ("reader", "wlan-Demo2"), ("guest", "wlan-Demo3"),
-             ("standard", "wlan-Demo4")] * 2
-
-    def sid_and_answer(number):
-        sid = json.loads(login(*users[number]).text)["_global_result"]["UIDQORIN"]
-        return sid, harness.execute(sid, "ping %d" % number).text
-
-    with ThreadPoolExecutor(len(users)) as pool:
-        found = list(pool.map(sid_and_answer, range(len(users))))
-    owners = {row[0]: row[2] for row in rows()}
-    assert [owners[sid] for sid, _ in found] == [user for user, _ in users]
-    assert all('"Target">%d<' % number in text for number, (_, text) in enumerate(found))

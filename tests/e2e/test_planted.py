@@ -104,17 +104,6 @@ def another_users_socket():
                 assert server.accept()[0].recv(4096) == b""
 
 
-@contextlib.contextmanager
-def helper_moved_aside():
-    aside = HELPER.with_suffix(".aside")
-    HELPER.rename(aside)
-    try:
-        yield aside
-    finally:
-        HELPER.unlink(missing_ok=True)
-        aside.rename(HELPER)
-
-
 # What takes the helper's place: root's own socket is elsewhere, another user's is there too.
 HELPERS = {
     "another's socket": lambda roots, others: others.rename(HELPER),
@@ -129,7 +118,7 @@ HELPERS = {
 
 @pytest.mark.parametrize("planted", HELPERS)
 def test_a_planted_helper_socket_learns_nothing(admin, planted):
-    with helper_moved_aside() as roots, another_users_socket() as others:
+    with harness.helper_moved_aside() as roots, another_users_socket() as others:
         HELPERS[planted](roots, others)
         harness.assert_cli_error(harness.execute(admin),
                                  "Failed to connect socket: Permission denied")

@@ -3,14 +3,14 @@ answered whole, as the one that it was refused for says, and leaves nothing behi
 
 import contextlib
 import os
+import re
 import resource
 import socket
 import ssl
 import struct
 import subprocess
-import time
 from pathlib import Path
-from urllib.parse import urlencode, urlsplit
+from urllib.parse import urlsplit
 
 import pytest
 
@@ -47,13 +47,6 @@ def posted(sid, content_type, length):
 def assert_nothing_left():
     assert not [path for path in (harness.IMAGE, *SPOOLED) if path.exists()]
     assert [path.name for path in REPORTS.parent.iterdir()] in ([], [REPORTS.name])
-
-
-def wait_until(condition):
-    deadline = time.monotonic() + 30
-    while not condition():
-        assert time.monotonic() < deadline
-        time.sleep(0.01)
 
 
 def runs():
@@ -111,7 +104,7 @@ def test_a_flash_that_fills_while_an_upload_arrives(admin):
                                           stdout=subprocess.PIPE, stderr=subprocess.PIPE) as program:
         program.stdin.write(body[:MIB])
         program.stdin.flush()
-        wait_until(lambda: SPOOLED[0].exists() and SPOOLED[0].stat().st_size >= 500000)
+        harness.wait_until(lambda: SPOOLED[0].exists() and SPOOLED[0].stat().st_size >= 500000, "the upload under way")
         with pytest.raises(OSError), open("/flash/filler", "wb", buffering=0) as filler:
             while True:
                 filler.write(bytes(65536))
@@ -199,10 +192,9 @@ def test_few_descriptors(admin, limit):
         return harness.cgi_request(path, {"QORIN_AUTH_SESSION_ID": admin, **(env or {})}, body, preexec_fn=lambda:
                                    resource.setrlimit(resource.RLIMIT_NOFILE, (limit, limit))).text
     no_socket = "reason>can't connect to db: "
-    no_helper = ["<re><ERROR>Failed to %s socket: Too many open files</ERROR></re>" % what
-                 for what in ("create", "connect")]
     answer = ask(harness.EXECUTE + "?show%20hostname&UIDQORIN=" + admin)
-    assert answer in [harness.SHOW_HOSTNAME, *no_helper] or no_socket in answer
+    assert (answer == harness.SHOW_HOSTNAME or no_socket in answer
+            or re.search("<re><ERROR>Failed to (create|connect) socket", answer))
     assert ask("/monitor-summary-data").endswith(("</qorin>\n", "</cli>\n"))
     answer = ask("/wlm-search?class=probes")
     assert "<total>" in answer or no_socket in answer or answer == harness.ERROR_DOCUMENT % "Internal error"
@@ -249,7 +241,7 @@ def test_nobody_reads_the_answer(admin):
     os.close(writer)
     harness.log_settled()
     assert [line["command"] for line in harness.traffic()] == ["show hostname"] * 3
-    wait_until(no_database_connection)
+    harness.wait_until(no_database_connection, "the end of all connections")
     assert "invalid" not in POSTGRES_LOG.read_text()[before:]
 
 
@@ -280,8 +272,8 @@ def test_a_client_that_leaves_while_it_uploads(admin, share, leave):
         leave(plain)
         with ssl._create_unverified_context().wrap_socket(plain) as client:
             client.sendall(head.encode() + b"\r\n" + body[:int(len(body) * share)])
-            wait_until(lambda: runs() and (share < 0.1 or SPOOLED[0].exists()))
-    wait_until(lambda: not runs())
+            harness.wait_until(lambda: runs() and (share < 0.1 or SPOOLED[0].exists()), "the upload under way")
+    harness.wait_until(lambda: not runs(), "the end of the program")
     if share >= 0.1:  # before, the server may end the program while it starts
         harness.assert_logged("Invalid argument: Read Error encountered.")
     assert_nothing_left()

@@ -1,9 +1,8 @@
-// Texts that the dashboard makes itself: saved reports, event counts, output of shell commands.
+// Texts that the dashboard makes itself: saved reports, output of shell commands.
 #include <sys/sysmacros.h>
 #include <utime.h>
 
 #include "monitor/custom_reports.h"
-#include "monitor/event_counts.h"
 #include "monitor/shell_capture.h"
 
 #include "service_support.h"
@@ -75,22 +74,6 @@ TEST(CustomReports, AreReadAgainWhenTheFileHasAnotherTime) {
     EXPECT_EQ(reports(), first);
     save_reports("<qorin></qorin>", 2);
     EXPECT_EQ(reports(), reports_head + "</t></re>\n");
-}
-
-TEST_F(sessions, EventsAreCountedByTypeAndAge) {
-    constexpr std::time_t now = 1700000000;
-    sql("DELETE FROM event_table");
-    for (const int age : {-5, 300, 301, 3600, 3601, 3602}) {
-        sql("INSERT INTO event_table (event_type, modified_time) VALUES (4, to_timestamp(" +
-            std::to_string(now - age) + "))");
-    }
-    scoped_strbuf out;
-    event_counts_append(out, db.get(), now);
-    sql("DELETE FROM event_table");
-    for (const char* const age : {"a", "h", "m"}) {
-        const std::string counted = std::string("<r><c>4</c><c>") + age + "</c><c>2</c></r>\n";
-        EXPECT_NE(text_of(out.buf).find(counted), std::string::npos) << text_of(out.buf);
-    }
 }
 
 std::string captured(const char* command) {

@@ -42,7 +42,7 @@ TEST(SlowRequestLog, WritesFromSixSecondsOnAndOnlyOutsideTheCgiProgram) {
         slow_request_log_add("/x/ping", "telm", 7);
         EXPECT_EQ(semctl(request.timing_semaphore, 0, GETVAL), 1);
     }
-    const std::string text = content(paths::httpd_timing);
+    const std::string text = contents(paths::httpd_timing);
     EXPECT_EQ(text.find(" 5\n"), std::string::npos);
     EXPECT_NE(text.find("  /x/ping  6\n"), std::string::npos);  // hh:mm:ss before it
     EXPECT_NE(text.find("  /x/ping telm 7\n"), std::string::npos);

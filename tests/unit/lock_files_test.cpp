@@ -49,7 +49,7 @@ TEST_F(LockFiles, ALiveHolderKeepsOthersOutAndIsRecorded) {
     EXPECT_EQ(lock(), 0);
     EXPECT_NE(text_of(request.response).find("There is already an upgradeImage"),
               std::string::npos);
-    EXPECT_NE(content(paths::reboot_history).find("upgradecmd"), std::string::npos);
+    EXPECT_NE(contents(paths::reboot_history).find("upgradecmd"), std::string::npos);
     EXPECT_EQ(lock_file_for_clisession(&request.response, lock_log_archive), 1);
     unlock_file_for_clisession(lock_log_archive);
     EXPECT_NE(access(paths::lock_tar_logs, F_OK), 0);
@@ -62,14 +62,14 @@ TEST_F(LockFiles, AHolderThatCannotBeNamedOrIsGoneIsPassed) {
     for (const char* stated : {"", "0\n", "-5\n", "none", "4194304\n"}) {
         const lock_holder other(stated);
         EXPECT_EQ(lock(), 1) << stated;
-        EXPECT_EQ(content(upgrade_lock), stated[0] == '4' ? own : stated);
+        EXPECT_EQ(contents(upgrade_lock), stated[0] == '4' ? own : stated);
         unlock_file_for_clisession(lock_upgrade_image);
     }
     { const lock_holder dead(nullptr); }
     ASSERT_EQ(access(upgrade_lock, F_OK), 0);
     EXPECT_EQ(lock(), 1);
     EXPECT_EQ(lock(), 1);  // ours
-    EXPECT_EQ(content(upgrade_lock), own);
+    EXPECT_EQ(contents(upgrade_lock), own);
 }
 
 // '\0' at the pipe's end.

@@ -26,7 +26,7 @@ TEST(Logging, LevelsDecideWhatIsLoggedWhere) {
     controller_log(3, "not traced");
     EXPECT_EQ(recorder.next(), "<383>debug");
     EXPECT_EQ(recorder.next(), "<379>not traced");
-    EXPECT_EQ(content(paths::debug_trace), "debug\n");
+    EXPECT_EQ(contents(paths::debug_trace), "debug\n");
     unlink(paths::debug_trace);
 }
 
@@ -36,12 +36,12 @@ TEST(Logging, TraceIsOpenToAllAndBounded) {
     struct stat info = {};
     ASSERT_EQ(stat(paths::debug_trace, &info), 0);
     EXPECT_EQ(info.st_mode & 0777, 0666U);
-    EXPECT_EQ(content(paths::debug_trace), "one two");
+    EXPECT_EQ(contents(paths::debug_trace), "one two");
     ASSERT_EQ(truncate(paths::debug_trace, (4 << 20) - 1), 0);
     wuic_ooo("x");
-    EXPECT_EQ(content(paths::debug_trace).size(), std::size_t{4} << 20);
+    EXPECT_EQ(contents(paths::debug_trace).size(), std::size_t{4} << 20);
     wuic_ooo("next");
-    EXPECT_EQ(content(paths::debug_trace), "next");
+    EXPECT_EQ(contents(paths::debug_trace), "next");
 }
 
 }  // namespace

@@ -60,7 +60,7 @@ TEST_F(report_store, keeps_every_byte_and_nothing_beside_the_file) {
     }
     EXPECT_EQ(std::distance(std::filesystem::directory_iterator(paths::upload_folder), {}), 1);
     EXPECT_NE(serve(cr_save, "x=1").find("<reason>invalid arguments</reason>"), string::npos);
-    EXPECT_EQ(content(paths::custom_reports), "");
+    EXPECT_EQ(contents(paths::custom_reports), "");
 }
 
 TEST_F(report_store, a_save_that_fails_leaves_the_old_file) {
@@ -83,20 +83,8 @@ TEST_F(report_store, links_are_not_followed) {
     wuic_uih_custom_reports_to_cli(table);
     EXPECT_TRUE(text_of(table.buf).ends_with("</th></t></re>"));  // none was read
     EXPECT_EQ(serve(cr_save, "operand=x"), saved("ok", ""));
-    EXPECT_EQ(content("/flash/precious"), "precious");
+    EXPECT_EQ(contents("/flash/precious"), "precious");
     EXPECT_EQ(serve(cr_load, ""), xml_header + "x"s);
-}
-
-TEST(csv_export, the_type_is_a_number_and_the_table_no_format) {
-    const string shown = "Content-Type: application/x-csv\r\nExpires: 0\r\n\r\n";
-    const string attached =
-        "Content-Disposition: attachment\r\nContent-Type: application/octet-stream\r\n\r\n";
-    for (const auto& [form, expected] :
-         {std::pair{"operand=a,%25n%00b%0D%0A"s, shown + "a,%n\0b\r\n"s},
-          {"type=01&operand=a", attached + "a"},
-          {"type&operand", shown},
-          {"type=1", attached}})
-        EXPECT_EQ(serve(plog_export_csv, form), expected);
 }
 
 TEST(permissions, names_are_escaped_and_cut_between_references) {

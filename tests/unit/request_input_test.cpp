@@ -85,30 +85,4 @@ TEST_F(request_input, a_buffer_is_parsed_as_its_mode_says) {
     EXPECT_EQ(cgi_named_value(input, "b"), in_place.data() + 2);
 }
 
-TEST_F(request_input, parts_of_a_form_become_fields) {
-    set("CONTENT_TYPE", boundary_type);
-    const std::string file = "f\"; filename=\"";
-    const std::string type = "\"\r\nContent-Type: t/p";
-    for (const auto& [parts, expected] :
-         text_pairs{{"preamble--XyZ\r\n" + part("b\"", "2") + part("a\"", ""), "a=|b=2|"},
-                    {part("semi\";", "\r\n\r\n--XyY\r\n--Xy\r\n\0"s),
-                     "semi=\r\n\r\n--XyY\r\n--Xy\r\n\0|"s},
-                    {part(";", "x"), "=x|"},
-                    {part("f\"; filename=\"d/e.txt" + type, "data"), "f=data[d/e.txt](t/p)|"},
-                    {part(file + type, ""), "f=[](t/p)|"},
-                    {part(file, "data"), "f=data[]|"},
-                    {part(file + "c:\\dir\\e.txt\"", ""), "f=[c:\\dir\\e.txt]|"},
-                    {"--XyZ\r\nshort\r\n\r\nx\r\n" + part("b\"", "2"), "b=2|"},
-                    {"--XyZ\r\n" + std::string(60, 'x') + "\r\n" + part("b\"", "2"), "b=2|"},
-                    {part("a\"", "1") + "--XyZ" + part("b\"", "2"), "a=1|"}}) {
-        EXPECT_EQ(post(parts + end), 0);
-        EXPECT_EQ(fields(), expected);
-    }
-    EXPECT_EQ(post(part("a\"", "1") + part(file + "x/..\"", "data") + end), -6);
-    EXPECT_EQ(fields(), "");
-    EXPECT_EQ(post(part(file + "a\0b\""s, "") + end), -6);
-    set("CONTENT_TYPE", ("multipart/form-data; boundary=" + std::string(255, 'x')).c_str());
-    EXPECT_EQ(post(end), -1);
-}
-
 }  // namespace

@@ -1,22 +1,12 @@
-// Empty folders at the program's fixed paths, and stand-ins for the services that it talks to.
+// Stand-ins for the services that the program talks to.
 // REQUIRES: scripts/sandbox.sh, with postgres for the session table; one test program at a time.
 #pragma once
 
 #include <arpa/inet.h>
-#include <cstring>
-#include <fstream>
-#include <sched.h>
-#include <string>
-#include <sys/mount.h>
 #include <sys/socket.h>
-#include <sys/stat.h>
 #include <sys/un.h>
 #include <syslog.h>
 #include <thread>
-#include <unistd.h>
-#include <vector>
-
-#include <gtest/gtest.h>
 
 #include "platform/paths.h"
 #include "platform/system_log.h"
@@ -27,25 +17,14 @@
 
 #include "auth/session_store.h"
 
-// Mounted before the first test, seen by this program only and gone with it.
-struct empty_folders : testing::Environment {
-    void SetUp() override {
-        ASSERT_NE(getenv("SANDBOX_CHECKOUT"), nullptr) << "this only runs in scripts/sandbox.sh";
-        ASSERT_EQ(unshare(CLONE_NEWNS), 0) << std::strerror(errno);
-        ASSERT_EQ(mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr), 0);
-        for (const char* folder : {"/tmp", "/dev", "/flash"}) {
-            ASSERT_EQ(mount("none", folder, "tmpfs", 0, "mode=1777"), 0) << folder;
-        }
-        ASSERT_EQ(mkdir("/flash/config", 0755), 0);
-    }
-};
-inline testing::Environment* const the_empty_folders =
-    testing::AddGlobalTestEnvironment(new empty_folders);
+#include "input_support.h"
 
-inline std::string content(const char* path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
+// A log of the program's own.
+struct private_devices : testing::Environment {
+    void SetUp() override { ASSERT_NO_FATAL_FAILURE(fresh_folder("/dev", "mode=755")); }
+};
+inline testing::Environment* const the_private_devices =
+    testing::AddGlobalTestEnvironment(new private_devices);
 
 inline std::string text_of(const wms_strbuf& buffer) {
     return {buffer.data, static_cast<std::size_t>(buffer.length)};
