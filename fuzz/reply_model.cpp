@@ -247,7 +247,7 @@ void check_portal() {
             for (std::size_t at = 0; (at = text.find(tag)) != string::npos;)
                 text.erase(at, tag.size());
     }
-    expect(text.find_first_of("<>") == string::npos, "they are elements of known names");
+    expect(text.find('<') == string::npos, "they are elements of known names");
 }
 
 void check_relays() {
