@@ -15,6 +15,7 @@
 
 #include "runtime/log.h"
 #include "runtime/socket.h"
+#include "runtime/wait.h"
 
 namespace {
 
@@ -86,8 +87,23 @@ bool send_request(int fd, const datagram& request) {
     return sent == static_cast<ssize_t>(request.size());
 }
 
+// Where the request's connection is watched, the reply is waited for before it is received, and not
+// longer. Returns false, with errno as a receive would set it, when none came.
+bool await_reply(int fd) {
+    if (!wait_is_watched()) return true;
+    constexpr int limit = reply_seconds * 1000;
+    pollfd entry = {.fd = fd, .events = POLLIN, .revents = 0};
+    int ready = -1;
+    do {
+        ready = wait_for({&entry, 1}, limit);
+    } while (ready < 0 && errno == EINTR);
+    if (ready == 0) errno = EAGAIN;
+    return ready > 0;
+}
+
 // The length of the reply, or 0 with errno set.
 std::size_t receive_reply(int fd, char* reply) {
+    if (!await_reply(fd)) return 0;
     ssize_t got = -1;
     do {
         errno = 0;

@@ -4,7 +4,6 @@
 #include <cstring>
 #include <ctime>
 #include <netinet/in.h>
-#include <poll.h>
 #include <sys/socket.h>
 
 #include "platform/ownership.h"
@@ -12,6 +11,7 @@
 
 #include "runtime/log.h"
 #include "runtime/socket.h"
+#include "runtime/wait.h"
 
 namespace {
 
@@ -34,7 +34,7 @@ bool wait_until(int fd, std::int64_t deadline) {
         const std::int64_t left = deadline - now_milliseconds();
         if (left <= 0) return false;
         pollfd entry = {.fd = fd, .events = POLLIN, .revents = 0};
-        const int ready = poll(&entry, 1, static_cast<int>(left));
+        const int ready = wait_for({&entry, 1}, static_cast<int>(left));
         if (ready > 0) return true;
         if (ready == 0 || errno != EINTR) return false;
     }

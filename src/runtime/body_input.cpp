@@ -6,6 +6,8 @@
 #include <cstdlib>
 #include <unistd.h>
 
+#include "runtime/request.h"
+
 std::optional<std::int64_t> body_content_length(const cgi* input) {
     const char* const text = cgi_get_var(input, "CONTENT_LENGTH");
     if (text == nullptr) return std::nullopt;
@@ -27,10 +29,11 @@ ssize_t read_whole(int fd, char* bytes, std::size_t length) {
 
 void body_discard(std::int64_t length) {
     std::array<char, 16384> dropped;
+    const request_streams streams = request_current_streams();
     constexpr auto chunk = static_cast<std::int64_t>(dropped.size());
     while (length > 0) {
         const std::int64_t want = std::min(length, chunk);
-        const ssize_t n = read_whole(STDIN_FILENO, dropped.data(), static_cast<std::size_t>(want));
+        const long n = streams_read_whole(streams, dropped.data(), static_cast<std::size_t>(want));
         if (n < want) return;
         length -= want;
     }

@@ -1,7 +1,6 @@
 #include "runtime/cgi.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <span>
@@ -9,6 +8,8 @@
 #include "platform/ownership.h"
 
 #include "runtime/form.h"
+#include "runtime/request.h"
+#include "runtime/strbuf.h"
 #include "runtime/text.h"
 
 namespace {
@@ -67,7 +68,7 @@ void cgi_deinit(cgi* input) {
 
 const char* cgi_get_var(const cgi* input, const char* name) {
     const cgi_pair* const entry = find_override(input, name);
-    return entry != nullptr ? entry->value : std::getenv(name);
+    return entry != nullptr ? entry->value : streams_variable(request_current_streams(), name);
 }
 
 int cgi_set_var(cgi* input, const char* name, const char* value) {
@@ -111,8 +112,14 @@ const char* cgi_named_value(const cgi* input, const char* name) {
 }
 
 void cgi_show_allpair(const cgi* input) {
-    std::printf("%d pairs\n", input->pairs.count);
+    scoped_strbuf text;
+    wms_strbuf_fmt(text, "%d pairs\n", input->pairs.count);
     for (const cgi_pair& pair : entries_of(input->pairs)) {
-        std::printf("%s -> %s\n", text_or_null(pair.name), text_or_null(pair.value));
+        wms_strbuf_fmt(text, "%s -> %s\n", text_or_null(pair.name), text_or_null(pair.value));
+    }
+    const request_streams streams = request_current_streams();
+    if (text.buf.length > 0) {
+        static_cast<void>(streams.write(streams.context, text.buf.data,
+                                        static_cast<std::size_t>(text.buf.length)));
     }
 }

@@ -55,8 +55,8 @@ int cgi_init(cgi* input);
 // Frees all that the record owns and zeroes it. Null is ignored.
 void cgi_deinit(cgi* input);
 
-// The value of a CGI variable: an override (exact name), else the environment; null when neither
-// has it. The text dies with the next cgi_set_var of that name.
+// The value of a CGI variable: an override (exact name), else the request's (request_streams.h);
+// null when neither has it. The text dies with the next cgi_set_var of that name.
 const char* cgi_get_var(const cgi* input, const char* name);
 // Sets or replaces an override with copies of both texts; a null value stays null. Returns 0, or -1
 // without memory.
@@ -68,12 +68,12 @@ int cgi_copy_vars(cgi* dst, const cgi* src);
 // to disk. cgi_parse then writes the body to flash, so whoever calls it has checked the caller
 // first, or calls cgi_discard_body instead.
 bool cgi_is_spooled_upload(const cgi* input);
-// Reads the request's body from standard input to its end or its stated length, and drops it.
+// Reads the request's body to its end or its stated length, and drops it.
 void cgi_discard_body(const cgi* input);
 
-// Reads the request: query string of a GET (screened for markup), body of a POST from standard
-// input. What an earlier parse left is dropped first. Returns 0 or a cgi_parse_error; after an
-// error there are no fields.
+// Reads the request: query string of a GET (screened for markup), body of a POST from the
+// request's stream. What an earlier parse left is dropped first. Returns 0 or a cgi_parse_error;
+// after an error there are no fields.
 [[nodiscard]] int cgi_parse(cgi* input);
 // Parse a caller's buffer as a form. `mode` -1: multipart when CONTENT_TYPE says so; other
 // non-zero: multipart; 0: URL-encoded. cgi_parse_ii leaves `data` as it is and cuts up a copy;
@@ -91,5 +91,5 @@ char* cgi_query_string(const cgi* input);
 const cgi_pair* cgi_named_pair(const cgi* input, const char* name);
 // The value of that field, "" for one that came without "="; null when there is none.
 const char* cgi_named_value(const cgi* input, const char* name);
-// Prints all fields to standard output, for debugging.
+// Writes all fields into the answer, for debugging.
 void cgi_show_allpair(const cgi* input);

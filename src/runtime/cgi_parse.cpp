@@ -4,7 +4,6 @@
 #include <cstring>
 #include <limits>
 #include <string_view>
-#include <unistd.h>
 
 #include "platform/ownership.h"
 
@@ -13,6 +12,7 @@
 #include "runtime/form.h"
 #include "runtime/log.h"
 #include "runtime/multipart.h"
+#include "runtime/request.h"
 #include "runtime/screening.h"
 #include "runtime/spool.h"
 #include "runtime/url.h"
@@ -90,7 +90,7 @@ int parse_get(cgi* input) {
 }
 
 int read_body(char* body, std::size_t length) {
-    const ssize_t got = read_whole(STDIN_FILENO, body, length);
+    const long got = streams_read_whole(request_current_streams(), body, length);
     if (got < 0) {
         wuic_log(log_error, "fread error in reading from stdin.");
         return cgi_read_error;

@@ -8,13 +8,15 @@
 #include "runtime/log.h"
 #include "runtime/request.h"
 #include "runtime/spool.h"
-#include "runtime/spool_parser.h"
 
 namespace {
 
 void end_request() {
     request_record* const request = request_current_or_null();
-    if (request != nullptr && !request->answered) out_of_memory_answer(*request);
+    if (request != nullptr && !request->answered) {
+        out_of_memory_answer(*request);
+        request->streams.finish(request->streams.context);
+    }
     ::_exit(0);
 }
 
@@ -30,5 +32,5 @@ void out_of_memory_answer(request_record& request) {
     controller_log(log_error, "%s", memory_reason);
     const std::string_view answer = memory_error_response();
     // Who does not take the answer cannot be told anything else.
-    static_cast<void>(write_whole(STDOUT_FILENO, answer.data(), answer.size()));
+    static_cast<void>(request.streams.write(request.streams.context, answer.data(), answer.size()));
 }

@@ -9,6 +9,6 @@ struct request_record;
 // between, as spool files are, or is known to out_of_memory_answer.
 void out_of_memory_install();
 
-// Writes the memory error (error_response.h) to standard output as the answer to the request, and
+// Writes the memory error (error_response.h) as the answer to the request, and
 // removes the image that its upload stored, since nobody was told of it.
 void out_of_memory_answer(request_record& request);

@@ -33,3 +33,7 @@ request_record* request_current_or_null() {
 request_record& request_current() {
     return *current;
 }
+
+request_streams request_current_streams() {
+    return current != nullptr ? current->streams : process_streams();
+}

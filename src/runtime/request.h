@@ -12,6 +12,7 @@
 
 #include "runtime/cgi.h"
 #include "runtime/log.h"
+#include "runtime/request_streams.h"
 #include "runtime/session_record.h"
 #include "runtime/strbuf.h"
 
@@ -36,6 +37,7 @@ struct custom_reports_cache {
 };
 
 struct request_record {
+    request_streams streams = process_streams();
     cgi input{};
     wms_strbuf response{};
     session_record session{};
@@ -69,3 +71,5 @@ request_record* request_current_or_null();
 // The same, for those who are called between entry and exit only.
 // REQUIRES: one exists. Tests make one where they call what needs it.
 request_record& request_current();
+// The streams of the current request; outside of one those of the process.
+request_streams request_current_streams();

@@ -6,11 +6,12 @@
 #include <cstdint>
 #include <memory>
 #include <netdb.h>
-#include <poll.h>
 #include <sys/random.h>
 #include <sys/socket.h>
 
 #include "platform/ownership.h"
+
+#include "runtime/wait.h"
 
 namespace {
 
@@ -73,19 +74,24 @@ bool resolve(const char* host, int which, in_addr* out) {
 
 // Waits until a transient failure may be over; the call that is repeated finds out what became of
 // it. A spinning loop would take the processor from the very service that is waited for.
-void wait_for(int fd, short events) {
+void wait_until_ready(int fd, short events) {
     const int saved = errno;
     if (saved != EINTR) {
         pollfd entry = {.fd = fd, .events = events, .revents = 0};
-        static_cast<void>(poll(&entry, 1, -1));
+        static_cast<void>(wait_for({&entry, 1}));
     }
     errno = saved;
+}
+
+// Where the request's connection is watched, the waiting is done by wait_for and not in the call.
+int waiting_flags(bool retry) {
+    return retry && wait_is_watched() ? MSG_DONTWAIT : 0;
 }
 
 // An interrupted connect(2) goes on by itself; its result is read from the socket.
 int finish_connect(int fd) {
     pollfd entry = {.fd = fd, .events = POLLOUT, .revents = 0};
-    while (poll(&entry, 1, -1) < 0) {
+    while (wait_for({&entry, 1}) < 0) {
         if (errno != EINTR) return -1;
     }
     int error = 0;
@@ -152,7 +158,7 @@ int tp_tcp_accept(int fd, sockaddr_in* peer) {
         if (accepted >= 0 && peer != nullptr) *peer = scratch;
         if (accepted >= 0) return accepted;
         if (!tp_socket_no_error(errno)) return -1;
-        wait_for(fd, POLLIN);
+        wait_until_ready(fd, POLLIN);
     }
 }
 
@@ -170,26 +176,27 @@ int tp_udp_listen(int port) {
 }
 
 long tp_socket_read(int fd, void* buf, std::size_t len, sockaddr_in* from, bool retry) {
+    const int flags = waiting_flags(retry);
     for (;;) {
         socklen_t size = sizeof(sockaddr_in);
-        const ssize_t got = recvfrom(fd, buf, len, 0, from != nullptr ? generic(from) : nullptr,
+        const ssize_t got = recvfrom(fd, buf, len, flags, from != nullptr ? generic(from) : nullptr,
                                      from != nullptr ? &size : nullptr);
         if (got >= 0) return got;
         if (!tp_socket_no_error(errno)) return -1;
         if (!retry) return -2;
-        wait_for(fd, POLLIN);
+        wait_until_ready(fd, POLLIN);
     }
 }
 
 long tp_socket_write(int fd, const void* buf, std::size_t len, const sockaddr_in* to, bool retry) {
+    const int flags = MSG_NOSIGNAL | waiting_flags(retry);
     for (;;) {
-        const ssize_t put =
-            sendto(fd, buf, len, MSG_NOSIGNAL, to != nullptr ? generic(to) : nullptr,
-                   to != nullptr ? sizeof *to : 0);
+        const ssize_t put = sendto(fd, buf, len, flags, to != nullptr ? generic(to) : nullptr,
+                                   to != nullptr ? sizeof *to : 0);
         if (put >= 0) return put;
         if (!tp_socket_no_error(errno)) return -1;
         if (!retry) return -2;
-        wait_for(fd, POLLOUT);
+        wait_until_ready(fd, POLLOUT);
     }
 }
 

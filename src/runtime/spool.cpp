@@ -92,11 +92,12 @@ bool has_memory(const cgi* input, const spool_place& place) {
 
 // Copies the body into the spool file. Returns 0 or cgi_read_error.
 int receive(int spool, std::int64_t length, char* window, int on_ramdisk_flag) {
+    const request_streams streams = request_current_streams();
     std::int64_t bytes_read = 0;
     std::int64_t bytes_written = 0;
     while (bytes_read < length) {
         const auto want = std::min(static_cast<std::int64_t>(body_chunk), length - bytes_read);
-        const ssize_t got = read_whole(STDIN_FILENO, window, static_cast<std::size_t>(want));
+        const long got = streams_read_whole(streams, window, static_cast<std::size_t>(want));
         if (got <= 0) break;
         bytes_read += got;
         if (!write_whole(spool, window, static_cast<std::size_t>(got))) {
