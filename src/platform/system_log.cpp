@@ -23,8 +23,8 @@ void blank_controls(char* line) {
     }
 }
 
-void system_log_open(const char* name) {
-    openlog(name, LOG_PID, LOG_USER);
+void system_log_open(const char* name, bool at_once) {
+    openlog(name, at_once ? LOG_PID | LOG_NDELAY : LOG_PID, LOG_USER);
 }
 
 void system_log_v(int priority, char* line, const char* format, va_list args) {

@@ -6,8 +6,9 @@
 // Longest line that is handed on, in bytes; what is longer is cut.
 inline constexpr int system_log_line_max = 4095;
 
-// Opens the system log under a process name; `name` must live as long as the process.
-void system_log_open(const char* name);
+// Opens the system log under a process name; `name` must live as long as the process. It is
+// connected to with the first line, or `at_once`.
+void system_log_open(const char* name, bool at_once = false);
 
 // Blanks out control bytes in place: 0x7F and all under 0x20, save TAB and an LF at the very end.
 void blank_controls(char* line);

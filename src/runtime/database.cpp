@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <poll.h>
+#include <utility>
 
 #include "platform/paths.h"
 
@@ -118,6 +119,57 @@ void report_failure(const database_row& row, const PGconn* conn, wms_strbuf* res
                    row.label, static_cast<int>(PQstatus(conn)));
 }
 
+// Takes in what the server sent to idle connections: its farewell, and then the end. Returns false
+// when there was nothing, or nothing more can be had.
+bool take_in_news(controller_databases* databases) {
+    std::array<pollfd, databases_table.size()> entries = {};
+    for (std::size_t i = 0; i < entries.size(); ++i) {
+        const PGconn* const conn = (databases->*databases_table[i].slot).get();
+        const int fd = PQstatus(conn) == CONNECTION_OK ? PQsocket(conn) : -1;
+        entries[i] = {.fd = fd, .events = POLLIN, .revents = 0};
+    }
+    if (poll(entries.data(), entries.size(), 0) <= 0) return false;
+    bool came = false;
+    for (std::size_t i = 0; i < entries.size(); ++i) {
+        if (entries[i].revents == 0) continue;
+        came = true;
+        if (PQconsumeInput((databases->*databases_table[i].slot).get()) == 0) {
+            (databases->*databases_table[i].slot).reset();
+        }
+    }
+    return came;
+}
+
+// Opens those that are not open. Returns 0, or -1 at the first one that failed.
+int open_missing(controller_databases* databases, wms_strbuf* response) {
+    pending_connections all;
+    for (std::size_t i = 0; i < all.size(); ++i) {
+        db_conn& conn = databases->*databases_table[i].slot;
+        if (database_is_open(conn)) {
+            all[i] = {.conn = std::move(conn), .wants = PGRES_POLLING_OK};
+        } else {
+            conn.reset();
+            all[i] = start_connection(databases_table[i].conninfo);
+        }
+    }
+    while (!is_decided(all)) {
+        if (!advance(&all)) break;
+    }
+    int result = 0;
+    for (std::size_t i = 0; i < all.size(); ++i) {
+        const database_row& row = databases_table[i];
+        db_conn& conn = all[i].conn;
+        if (all[i].wants == PGRES_POLLING_OK) require_backslashes(conn.get());
+        if (database_is_open(conn)) {
+            databases->*row.slot = std::move(conn);
+        } else if (result == 0) {
+            report_failure(row, conn.get(), response);
+            result = -1;
+        }
+    }
+    return result;
+}
+
 }  // namespace
 
 bool database_init() {
@@ -130,25 +182,24 @@ bool database_init() {
 }
 
 int databases_open(controller_databases* databases, wms_strbuf* response) {
-    pending_connections all;
-    for (std::size_t i = 0; i < all.size(); ++i) {
-        all[i] = start_connection(databases_table[i].conninfo);
+    const int result = open_missing(databases, response);
+    if (result != 0) *databases = {};
+    return result;
+}
+
+int databases_renew(controller_databases* databases, wms_strbuf* response) {
+    // The farewell and the end come one after the other; a server that talks on is not waited for.
+    constexpr int rounds = 8;
+    for (int round = 0; round < rounds && take_in_news(databases); ++round) {
     }
-    while (!is_decided(all)) {
-        if (!advance(&all)) break;
+    return open_missing(databases, response);
+}
+
+void databases_settle(controller_databases* databases) {
+    for (const database_row& row : databases_table) {
+        db_conn& conn = databases->*row.slot;
+        if (PQtransactionStatus(conn.get()) != PQTRANS_IDLE) conn.reset();
     }
-    for (std::size_t i = 0; i < all.size(); ++i) {
-        const database_row& row = databases_table[i];
-        db_conn& conn = all[i].conn;
-        if (all[i].wants == PGRES_POLLING_OK) require_backslashes(conn.get());
-        if (!database_is_open(conn)) {
-            report_failure(row, conn.get(), response);
-            *databases = {};
-            return -1;
-        }
-        databases->*row.slot = std::move(conn);
-    }
-    return 0;
 }
 
 db_conn database_connect(const char* conninfo) {

@@ -27,6 +27,14 @@ struct controller_databases {
 // open.
 [[nodiscard]] int databases_open(controller_databases* databases, wms_strbuf* response);
 
+// For a process that keeps the four from one request to the next: notices which of them the server
+// has closed, and opens those, and all that are missing, side by side. Waits for nothing where all
+// are well. Results as databases_open, but that the open ones stay.
+[[nodiscard]] int databases_renew(controller_databases* databases, wms_strbuf* response);
+
+// Between two requests: closes the connections in which one left anything unfinished.
+void databases_settle(controller_databases* databases);
+
 // Opens one more connection with the same settings check. The result may be null when memory ran
 // out; it may be used when database_is_open, else database_error gives the reason.
 [[nodiscard]] db_conn database_connect(const char* conninfo);

@@ -122,8 +122,13 @@ def cgi_request(path="/", env=None, stdin=b"", argv0=PROGRAM, arguments=(), **ke
 def cgi_response(done):
     """The answer of a run that ended as every run must."""
     assert done.returncode == 0, (done.returncode, done.stderr)
-    head, blank, body = done.stdout.partition(b"\r\n\r\n")
-    assert blank, done.stdout
+    return response_of(done.stdout)
+
+
+def response_of(output):
+    """What a CGI program wrote, as the HTTP server takes it."""
+    head, blank, body = output.partition(b"\r\n\r\n")
+    assert blank, output
     lines = [line.split(": ", 1) for line in head.decode("latin-1").split("\r\n")]
     headers = [(name, value) for name, value in lines]
     status = int(dict(headers).get("Status", "200")[:3])
