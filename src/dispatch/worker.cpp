@@ -157,9 +157,9 @@ bool prepare(worker& self) {
     request_record record;
     request_begin(record, self.caller_role);
     process_begin(true);
-    if (!database_init()) return false;
+    // The library sets handlers only where there are none yet.
+    if (!handle_signals() || FCGX_Init() != 0 || !database_init()) return false;
     static_cast<void>(databases_renew(&self.databases, &record.response));
-    if (FCGX_Init() != 0 || !handle_signals()) return false;
     return FCGX_InitRequest(&self.connection, STDIN_FILENO, 0) == 0;
 }
 

@@ -1,0 +1,260 @@
+"""Warm workers, asked directly: what one serves is what a fresh process serves, nothing of a request
+or of the worker itself is seen by the next one, and databases, signals and peers may come and go."""
+
+import contextlib
+import functools
+import os
+import re
+import signal
+import socket
+import subprocess
+from concurrent.futures import ThreadPoolExecutor
+
+import pytest
+
+import fcgi
+import harness
+import running
+import test_access
+from harness import WHOLE_TABLES
+
+SOCKET = "/run/wms/worker.sock"
+FAST_PATH = "/screens/cmnutil/execFPCliCommand.xml"
+HOSTNAME = harness.XML_HEAD + harness.SHOW_HOSTNAME.encode()
+REFUSED = harness.XML_HEAD + (harness.ERROR_DOCUMENT % harness.NO_PERMISSION).encode()
+PASSING = [(pattern.encode(), b"$PASSING") for pattern in (
+    r"[0-9a-f]{8}(-[0-9a-f]{4}){3}-[0-9a-f]{12}", r"\w{3}, \d\d \w{3} \d{4} \d\d:\d\d:\d\d GMT",
+    r"\d{4}-\d\d-\d\d", r"\d\d:\d\d:\d\d(\.\d+)?", r"\b1\d{9}\b", r"/tmp/cli-\w{6}")]
+
+workers = functools.partial(fcgi.Workers, SOCKET)
+
+
+def command(sid, path=harness.EXECUTE, text="show%20hostname"):
+    """URL and variables of a command in a session."""
+    return "%s?%s&UIDQORIN=%s" % (path, text, sid), {"QORIN_AUTH_SESSION_ID": sid}
+
+
+def cgi_output(url="/", env=None, stdin=b""):
+    return subprocess.run([harness.PROGRAM], env=harness.cgi_variables(url, env), input=stdin,
+                          capture_output=True, timeout=60, check=True).stdout
+
+
+# Every endpoint
+
+
+def endpoint_requests():
+    """Each row of the table twice, for two roles and by two methods, with its token; the first is
+    admitted."""
+    rows = range(len(test_access.ROWS)) if WHOLE_TABLES else range(0, len(test_access.ROWS), 7)
+    roles = test_access.ROLES + ["nobody"]
+    for row in rows:
+        yield test_access.Case(row, "root", "POST" if row % 2 else "GET", False, "right")
+        yield test_access.Case(row, roles[row % len(roles)], "GET" if row % 2 else "POST", False,
+                               "right")
+
+
+def as_variables(case):
+    url, body, headers = test_access.target_and_body(case)
+    return url, {"REQUEST_METHOD": case.method, "CONTENT_TYPE": headers.get("Content-Type"),
+                 "CONTENT_LENGTH": str(len(body)) if body else None,
+                 "QORIN_AUTH_SESSION_ID": case.sid or None}, body
+
+
+def outputs(cases, ask):
+    """By case; every run begins with the same sessions and files."""
+    harness.clean_state()
+    found = {}
+    for case in cases:
+        if case.sid:
+            harness.sql("DELETE FROM http_session; INSERT INTO http_session VALUES "
+                        "('%s', '192.0.2.9', 'u', '%s', '', NOW(), NOW(), 1, '/')"
+                        % (case.sid, case.who))
+        output = ask(*as_variables(case))
+        for pattern, mark in PASSING:
+            output = re.sub(pattern, mark, output)
+        found[case] = output
+    return found
+
+
+def test_a_worker_answers_as_fresh_processes_do_whatever_came_before():
+    cases = list(endpoint_requests())
+    fresh = outputs(cases, cgi_output)
+    with workers() as warm:
+        for order in (cases, cases[::-1]):
+            assert outputs(order, warm.output) == fresh
+        assert warm.ended == []
+
+
+# What a worker is, and what it is not
+
+
+def test_nothing_of_the_workers_own_environment_is_a_variable_of_a_request(admin):
+    url, env = command(admin)
+    own = {**env, "REQUEST_METHOD": "POST", "CONTENT_LENGTH": "5", "QUERY_STRING": url.partition("?")[2]}
+    with workers(**own) as warm:
+        assert warm.output(url) == REFUSED
+        assert warm.output(url, {"QORIN_AUTH_SESSION_ID": admin}) == HOSTNAME
+        assert warm.output(url, {**env, "QUERY_STRING": None}) != HOSTNAME
+        assert warm.output(url, {**env, "REQUEST_METHOD": None}) == cgi_output(
+            url, {**env, "REQUEST_METHOD": None})
+
+
+def test_an_argument_does_not_keep_it_from_serving(admin):
+    with workers(arguments=["wuic", "softwareVersion"]) as warm:
+        assert warm.output(*command(admin)) == HOSTNAME
+
+
+@pytest.mark.parametrize("listening, gateway", [(True, "CGI/1.1"), (False, "CGI/1.1"), (False, None)])
+def test_a_process_that_is_no_worker_answers_on_its_standard_output(admin, listening, gateway):
+    url, env = command(admin)
+    with socket.socket(socket.AF_UNIX) as given:
+        given.bind(SOCKET)
+        os.unlink(SOCKET)
+        if listening:
+            given.listen()
+        done = subprocess.run(
+            [harness.PROGRAM], env=harness.cgi_variables(url, {**env, "GATEWAY_INTERFACE": gateway}),
+            stdin=given, capture_output=True, timeout=60, check=True)
+    assert done.stdout == HOSTNAME
+
+
+@pytest.mark.parametrize("count", ["", "0", "-1", "1000001", "3x", " 3", "+3", "99999999999"])
+def test_another_number_of_requests_is_refused(count):
+    with socket.socket(socket.AF_UNIX) as listener:
+        listener.bind(SOCKET)
+        os.unlink(SOCKET)
+        listener.listen()
+        done = subprocess.run([harness.PROGRAM], env={"WMS_WORKER_REQUESTS": count}, stdin=listener,
+                              capture_output=True, timeout=60, check=False)
+    assert (done.returncode, done.stdout, done.stderr.count(b"\n")) == (1, b"", 1), done
+    assert b"WMS_WORKER_REQUESTS" in done.stderr
+
+
+def test_a_cgi_program_loads_the_database_library_and_what_the_c_library_brings():
+    listed = subprocess.run(["readelf", "-d", harness.PROGRAM], capture_output=True, text=True,
+                            check=True).stdout
+    needed = re.findall(r"NEEDED.*\[(.*)\]", listed)
+    if os.environ.get("WMS_PRESET") == "release":
+        assert [name for name in needed if not name.startswith(("libc.", "ld-linux"))] == ["libpq.so.5"]
+    assert "libpq.so.5" in needed and not any("fcgi" in name for name in needed)
+
+
+# Coming and going
+
+
+@pytest.mark.parametrize("limit", [1, 3])
+def test_no_request_is_lost_or_mixed_up_while_workers_retire(limit):
+    total, clients = (2000, 8) if WHOLE_TABLES else (160, 8)
+    with workers(count=4, requests=limit) as warm:
+        def ask(number):
+            return warm.output("/x?opcode=n%d" % number)
+        with ThreadPoolExecutor(clients) as pool:
+            answers = list(pool.map(ask, range(total)))
+        assert answers == [harness.XML_HEAD + (harness.ERROR_DOCUMENT % (
+            "unknown opcode: n%d" % number)).encode() for number in range(total)]
+        harness.wait_until(lambda: len(warm.ended) >= total // limit - 4, "workers that retire")
+    assert len(warm.ended) <= total // limit + 4
+
+
+@contextlib.contextmanager
+def held(warm, admin, stdin=b"", **plan):
+    """A request that the helper has taken and does not answer before "release"."""
+    harness.plan(hold=True, **plan)
+    connection = warm.begin(*command(admin), stdin=stdin)
+    harness.wait_until(lambda: harness.order("pending")["pending"] == 0, "the command")
+    yield connection
+    harness.order("release")
+
+
+def test_a_worker_that_is_told_to_end_finishes_its_request(admin):
+    with workers() as warm:
+        first = warm.running[0]
+        with held(warm, admin) as connection:
+            first.send_signal(signal.SIGTERM)
+            waiting = warm.begin(*command(admin))
+        assert connection.output() == HOSTNAME
+        assert waiting.output() == HOSTNAME
+        assert warm.running[0].pid != first.pid
+
+
+def test_bytes_of_the_request_that_nobody_read_do_not_end_it(admin):
+    with workers() as warm:
+        with held(warm, admin, stdin=b"x" * 20000) as connection:
+            connection.socket.shutdown(socket.SHUT_WR)
+        assert connection.output() == HOSTNAME
+        assert warm.ended == []
+
+
+@pytest.mark.parametrize("channel, path, text", [
+    ("helper", harness.EXECUTE, "show%20hostname"), ("fast", FAST_PATH, "show%20cpuload")])
+def test_a_worker_whose_client_is_gone_does_not_wait_for_a_silent_service(admin, channel, path, text):
+    with workers(count=2) as warm:
+        for _ in range(2):
+            harness.plan(channel=channel, silent=True)
+        gone = [warm.begin(*command(admin, path, text)) for _ in range(2)]
+        harness.wait_until(lambda: harness.order("pending")["pending"] == 0, "the commands")
+        for connection in gone:
+            connection.close()
+        assert warm.output(*command(admin)) == HOSTNAME
+        harness.order("release")
+    assert len(warm.ended) >= 2
+
+
+# Databases
+
+
+def test_databases_may_restart_and_be_down_at_the_start(admin):
+    with contextlib.ExitStack() as later, workers() as warm:
+        assert warm.output(*command(admin)) == HOSTNAME
+        with running.POSTGRES.stopped():
+            starts_down = later.enter_context(fcgi.Workers(SOCKET + "2"))
+            for one in (warm, starts_down, warm):
+                text = one.ask(*command(admin)).text
+                assert re.fullmatch(harness.ERROR_DOCUMENT % "can't connect to db: .*", text, re.DOTALL)
+            harness.assert_logged("can't connect to WMS db: ")
+        for one in (warm, starts_down, warm):
+            assert one.output(*command(admin)) == HOSTNAME
+            assert one.ended == []
+
+
+def end_blocked_backends():
+    """Ends what waits for a lock; true when there was such a backend."""
+    return harness.sql("SELECT pg_terminate_backend(pid) FROM pg_stat_activity "
+                       "WHERE wait_event_type = 'Lock' AND usename = 'root'", "postgres") != []
+
+
+@contextlib.contextmanager
+def table_locked():
+    """Nobody can look a session up, until the block ends."""
+    with subprocess.Popen(["psql", "-Xq", "wms"], stdin=subprocess.PIPE, stdout=subprocess.PIPE,
+                          text=True) as psql:
+        psql.stdin.write("BEGIN; LOCK TABLE http_session;\n\\echo locked\n")
+        psql.stdin.flush()
+        assert psql.stdout.readline() == "locked\n"
+        yield
+        psql.stdin.close()
+
+
+@pytest.mark.parametrize("losses, expected", [(1, HOSTNAME), (2, REFUSED)])
+def test_a_session_query_that_is_lost_is_repeated_once(admin, losses, expected):
+    with workers() as warm:
+        warm.output(*command(admin))
+        with table_locked():
+            connection = warm.begin(*command(admin))
+            for _ in range(losses):
+                harness.wait_until(end_blocked_backends, "the query")
+        assert connection.output() == expected
+        assert warm.output(*command(admin)) == HOSTNAME
+        assert warm.ended == []
+
+
+def test_a_lost_connection_is_renewed_before_the_request(admin):
+    """Without a sign in the log; and what one leaves unfinished is not there for the next."""
+    with workers() as warm:
+        for _ in range(3):
+            assert warm.output(*command(admin)) == HOSTNAME
+            backends = harness.sql("SELECT pg_terminate_backend(pid) FROM pg_stat_activity "
+                                   "WHERE usename = 'root' AND pid <> pg_backend_pid()", "postgres")
+            assert len(backends) == 4
+        assert warm.ended == []
+    assert harness.log_lines() == []
