@@ -27,9 +27,7 @@ command_outcome command_run(const session_record* session, const char* command) 
     char* output = nullptr;
     const int result = wuic_cli_execute(session->user, session->ip, session->sid, command, &output,
                                         &outcome.reply_len, outcome.msg, sizeof outcome.msg);
-    outcome.reply.reset(output);
-    outcome.complete = result == 0;
-    outcome.failed = result != 0 || outcome.msg[0] != '\0';
+    command_settle(&outcome, result, output);
     return outcome;
 }
 
@@ -46,10 +44,14 @@ command_outcome command_run_fast(const char* user, const char* role, const char*
     char* output = nullptr;
     const int result = wuic_fpcli_execute(user, role, command, &output, &outcome.reply_len,
                                           outcome.msg, sizeof outcome.msg);
-    outcome.reply.reset(output);
-    outcome.complete = result == 0;
-    outcome.failed = result != 0 || outcome.msg[0] != '\0';
+    command_settle(&outcome, result, output);
     return outcome;
+}
+
+void command_settle(command_outcome* outcome, int result, char* reply) {
+    outcome->reply.reset(reply);
+    outcome->complete = result == 0;
+    outcome->failed = result != 0 || outcome->msg[0] != '\0';
 }
 
 string_view command_reply(const command_outcome& outcome) {

@@ -30,6 +30,10 @@ struct command_outcome {
 [[nodiscard]] command_outcome command_run_fast(const char* user, const char* role,
                                                const char* command);
 
+// Notes how an exchange ended whose message and length stand in the outcome already; it owns the
+// reply from now on.
+void command_settle(command_outcome* outcome, int result, char* reply);
+
 // The reply, empty when there was none; it lives in the outcome.
 [[nodiscard]] std::string_view command_reply(const command_outcome& outcome);
 

@@ -1,21 +1,23 @@
 #include "backend/fast_path.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <netinet/in.h>
-#include <string_view>
 #include <sys/socket.h>
 #include <sys/time.h>
+#include <time.h>
 
 #include "platform/ownership.h"
 #include "platform/paths.h"
 
 #include "runtime/log.h"
 #include "runtime/socket.h"
-#include "runtime/wait.h"
+
+#include "backend/cli_runner.h"
 
 namespace {
 
@@ -39,19 +41,6 @@ void put_field(datagram* out, std::size_t offset, std::size_t size, const char* 
     if (text == nullptr) return;
     std::memcpy(out->data() + offset, text, strnlen(text, size - 1));
 }
-
-// Whatever step fails, sending is shut down first and the descriptor closed after it.
-struct fast_path_socket {
-    unique_fd fd{socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)};
-    fast_path_socket() = default;
-    ~fast_path_socket() {
-        const int saved = errno;  // the failure is reported after the clean-up
-        if (fd) shutdown(fd.get(), SHUT_WR);
-        errno = saved;
-    }
-    fast_path_socket(const fast_path_socket&) = delete;
-    fast_path_socket& operator=(const fast_path_socket&) = delete;
-};
 
 const sockaddr* generic(const sockaddr_in* addr) {
     return reinterpret_cast<const sockaddr*>(addr);
@@ -87,58 +76,59 @@ bool send_request(int fd, const datagram& request) {
     return sent == static_cast<ssize_t>(request.size());
 }
 
-// Where the request's connection is watched, the reply is waited for before it is received, and not
-// longer. Returns false, with errno as a receive would set it, when none came.
-bool await_reply(int fd) {
-    if (!wait_is_watched()) return true;
-    constexpr int limit = reply_seconds * 1000;
-    pollfd entry = {.fd = fd, .events = POLLIN, .revents = 0};
-    int ready = -1;
-    do {
-        ready = wait_for({&entry, 1}, limit);
-    } while (ready < 0 && errno == EINTR);
-    if (ready == 0) errno = EAGAIN;
-    return ready > 0;
+long long milliseconds_now() {
+    timespec now = {};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return static_cast<long long>(now.tv_sec) * 1000 + now.tv_nsec / 1000000;
+}
+
+// Whatever step fails, sending is shut down first and the descriptor closed after it.
+void close_socket(fast_path_exchange* exchange) {
+    const int saved = errno;  // the failure is reported after the clean-up
+    if (exchange->fd) shutdown(exchange->fd.get(), SHUT_WR);
+    exchange->fd.reset();
+    errno = saved;
+}
+
+void end(fast_path_exchange* exchange, int result) {
+    close_socket(exchange);
+    exchange->result = result;
+    exchange->ended = true;
+}
+
+// Ends it with the step that failed as the message, and the reason of errno.
+void fail(fast_path_exchange* exchange, const cli_outputs& out, const char* what) {
+    exchange->error = errno;
+    if (out.msg != nullptr && out.msg_size > 0) {
+        std::snprintf(out.msg, static_cast<std::size_t>(out.msg_size),
+                      "<re><ERROR>Error: %s, %s</ERROR></re>", what, std::strerror(errno));
+    }
+    end(exchange, -1);
+}
+
+// Returns null, or the step that failed, with errno set.
+const char* send_off(fast_path_exchange* exchange, const cli_request& request) {
+    datagram bytes = {};
+    put_field(&bytes, user_offset, user_size, request.user);
+    put_field(&bytes, role_offset, role_size, request.sid);
+    put_field(&bytes, command_offset, command_size, request.command);
+
+    exchange->fd.reset(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    if (!exchange->fd) return "allocating socket";
+    const int fd = exchange->fd.get();
+    if (!bind_loopback(fd)) return "socket bind failed";
+    if (!connect_service(fd) || !send_request(fd, bytes)) return "sending the packet to CLI";
+    return nullptr;
 }
 
 // The length of the reply, or 0 with errno set.
 std::size_t receive_reply(int fd, char* reply) {
-    if (!await_reply(fd)) return 0;
     ssize_t got = -1;
     do {
         errno = 0;
-        got = recv(fd, reply, reply_size, 0);
+        got = recv(fd, reply, reply_size, MSG_DONTWAIT);
     } while (got < 0 && errno == EINTR);
     return got > 0 ? static_cast<std::size_t>(got) : 0;
-}
-
-// Performs the exchange. Returns the reply and its length, or null with the step that failed.
-malloc_text exchange(const datagram& request, std::int32_t* length, const char** failed) {
-    *failed = "allocating socket";
-    const fast_path_socket service;
-    if (!service.fd) return nullptr;
-    const int fd = service.fd.get();
-
-    *failed = "socket bind failed";
-    if (!bind_loopback(fd)) return nullptr;
-    *failed = "sending the packet to CLI";
-    if (!connect_service(fd) || !send_request(fd, request)) return nullptr;
-    if (set_socket_timeout(fd, reply_seconds, 0) != 0) {
-        wuic_log(log_error, "%s set_socket_timeout failed", "wuic_fpcli_execute");
-    }
-
-    *failed = "receiving data from CLI";
-    char reply[reply_size];
-    const std::size_t got = receive_reply(fd, reply);
-    if (got == 0) return nullptr;
-
-    *failed = "can't allocate memory";
-    malloc_text text(static_cast<char*>(std::malloc(got + 1)));
-    if (!text) return nullptr;
-    std::memcpy(text.get(), reply, got);
-    text.get()[got] = '\0';
-    *length = static_cast<std::int32_t>(got);
-    return text;
 }
 
 }  // namespace
@@ -148,29 +138,61 @@ int set_socket_timeout(int fd, long seconds, long microseconds) {
     return setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
 }
 
+fast_path_exchange::~fast_path_exchange() {
+    close_socket(this);
+}
+
+exchange_start fast_path_begin(fast_path_exchange* exchange, const cli_request& request,
+                               const cli_outputs& out, bool alone) {
+    const char* const failed = send_off(exchange, request);
+    if (failed != nullptr && !alone && exchange_is_shortage(errno)) {
+        close_socket(exchange);
+        return exchange_start::later;
+    }
+    if (failed != nullptr) {
+        fail(exchange, out, failed);
+        return exchange_start::begun;
+    }
+    if (set_socket_timeout(exchange->fd.get(), reply_seconds, 0) != 0) {
+        wuic_log(log_error, "%s set_socket_timeout failed", "wuic_fpcli_execute");
+    }
+    // The kernel's limit is on a receive that waits; ours waits in poll(2), with the same limit.
+    exchange->deadline = milliseconds_now() + reply_seconds * 1000;
+    return exchange_start::begun;
+}
+
+void fast_path_step(fast_path_exchange* exchange, const cli_outputs& out) {
+    char reply[reply_size];
+    const std::size_t got = receive_reply(exchange->fd.get(), reply);
+    if (got == 0) {
+        const bool waits_on = errno == EAGAIN && milliseconds_now() < exchange->deadline;
+        if (!waits_on) fail(exchange, out, "receiving data from CLI");
+        return;
+    }
+    malloc_text text(static_cast<char*>(std::malloc(got + 1)));
+    if (!text) return fail(exchange, out, "can't allocate memory");
+    std::memcpy(text.get(), reply, got);
+    text.get()[got] = '\0';
+    *out.length = static_cast<std::int32_t>(got);
+    *out.text = text.release();
+    end(exchange, 0);
+}
+
+int fast_path_shorten(const fast_path_exchange& exchange, int milliseconds) {
+    const long long left = std::max(exchange.deadline - milliseconds_now(), 0LL);
+    return milliseconds < 0 || left < milliseconds ? static_cast<int>(left) : milliseconds;
+}
+
 // NOLINTNEXTLINE(readability-function-size): fixed interface
 int wuic_fpcli_execute(const char* user, const char* role, const char* command, char** out_text,
                        std::int32_t* out_len, char* msg, std::int32_t msg_size) {
     *out_text = nullptr;
     *out_len = 0;
-    const bool has_message = msg != nullptr && msg_size > 0;
-    if (has_message) msg[0] = '\0';
-
-    datagram request = {};
-    put_field(&request, user_offset, user_size, user);
-    put_field(&request, role_offset, role_size, role);
-    put_field(&request, command_offset, command_size, command);
-
-    const char* failed = "";
-    malloc_text reply = exchange(request, out_len, &failed);
-    if (!reply) {
-        const char* const reason = std::strerror(errno);
-        if (has_message) {
-            std::snprintf(msg, static_cast<std::size_t>(msg_size),
-                          "<re><ERROR>Error: %s, %s</ERROR></re>", failed, reason);
-        }
-        return -1;
-    }
-    *out_text = reply.release();
-    return 0;
+    if (msg != nullptr && msg_size > 0) msg[0] = '\0';
+    cli_runner runner;
+    cli_runner_add(
+        &runner, {.is_fast = true,
+                  .request = {.user = user, .ip = nullptr, .sid = role, .command = command},
+                  .out = {.text = out_text, .length = out_len, .msg = msg, .msg_size = msg_size}});
+    return cli_runner_take(&runner);
 }

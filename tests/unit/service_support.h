@@ -79,6 +79,17 @@ inline std::string wire_reply(const std::string& output, const std::string& mess
     return wire_word(7) + wire_word(output.size()) + output + wire_word(message.size()) + message;
 }
 
+// The fields of one request to the helper.
+inline std::vector<std::string> read_request(int fd) {
+    std::vector<std::string> fields;
+    std::uint32_t length = 0;
+    while (fields.size() < 4 && recv(fd, &length, 4, MSG_WAITALL) == 4) {
+        std::string& field = fields.emplace_back(ntohl(length), '\0');
+        static_cast<void>(recv(fd, field.data(), field.size(), MSG_WAITALL));
+    }
+    return fields;
+}
+
 // Takes one request and answers it byte by byte.
 struct fake_helper {
     unique_fd listener = bind_local(paths::cli_helper_socket, SOCK_STREAM);
@@ -89,11 +100,7 @@ struct fake_helper {
         EXPECT_EQ(listen(listener.get(), 1), 0);
         worker = std::jthread([this, reply] {
             const unique_fd peer(accept4(listener.get(), nullptr, nullptr, SOCK_CLOEXEC));
-            std::uint32_t length = 0;
-            while (fields.size() < 4 && recv(peer.get(), &length, 4, MSG_WAITALL) == 4) {
-                std::string& field = fields.emplace_back(ntohl(length), '\0');
-                static_cast<void>(recv(peer.get(), field.data(), field.size(), MSG_WAITALL));
-            }
+            fields = read_request(peer.get());
             for (const char byte : reply)
                 send(peer.get(), &byte, 1, MSG_NOSIGNAL);
         });

@@ -1,0 +1,131 @@
+#include "backend/cli_runner.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <poll.h>
+#include <span>
+
+#include "runtime/wait.h"
+
+namespace {
+
+using slot = cli_runner::slot;
+
+slot& slot_at(cli_runner* runner, std::size_t index) {
+    return *runner->slots[(runner->first + index) % runner->slots.size()];
+}
+
+bool is_ended(const slot& each) {
+    return each.command.is_fast ? each.fast.ended : each.helper.phase == cli_phase::ended;
+}
+
+bool is_sent(const slot& each) {
+    return each.command.is_fast || cli_exchange_is_sent(each.helper);
+}
+
+exchange_start begin(slot* each, bool alone) {
+    const cli_command& command = each->command;
+    if (command.is_fast) return fast_path_begin(&each->fast, command.request, command.out, alone);
+    return cli_exchange_begin(&each->helper, command.request, command.out, alone);
+}
+
+void step(slot* each) {
+    if (each->command.is_fast) {
+        fast_path_step(&each->fast, each->command.out);
+    } else {
+        cli_exchange_step(&each->helper, each->command.out);
+    }
+}
+
+pollfd entry_of(const slot& each) {
+    if (each.command.is_fast) {
+        return {.fd = each.fast.fd.get(), .events = POLLIN, .revents = 0};
+    }
+    return {.fd = each.helper.fd.get(), .events = cli_exchange_events(each.helper), .revents = 0};
+}
+
+std::size_t in_flight(cli_runner* runner) {
+    std::size_t count = 0;
+    for (std::size_t i = 0; i < runner->begun; ++i)
+        count += is_ended(slot_at(runner, i)) ? 0U : 1U;
+    return count;
+}
+
+// Whether the next one's turn has come, `flying` others being in flight.
+bool may_begin(cli_runner* runner, std::size_t flying) {
+    if (runner->begun == runner->count) return false;
+    // What waits goes on when one has ended, and no other has begun since.
+    if (runner->held_at != 0 && flying >= runner->held_at) return false;
+    return runner->begun == 0 || is_sent(slot_at(runner, runner->begun - 1));
+}
+
+void begin_in_turn(cli_runner* runner) {
+    std::size_t flying = in_flight(runner);
+    while (may_begin(runner, flying)) {
+        slot& next = slot_at(runner, runner->begun);
+        if (begin(&next, flying == 0) == exchange_start::later) {
+            runner->held_at = flying;
+            return;
+        }
+        runner->held_at = 0;
+        ++runner->begun;
+        flying += is_ended(next) ? 0U : 1U;
+    }
+}
+
+// Waits until one in flight can go on, at most so long, and lets each that can.
+void poll_once(cli_runner* runner, int milliseconds) {
+    std::array<pollfd, cli_in_flight_max> entries{};
+    std::array<slot*, cli_in_flight_max> waiting{};
+    std::size_t count = 0;
+    for (std::size_t i = 0; i < runner->begun; ++i) {
+        slot& each = slot_at(runner, i);
+        if (is_ended(each)) continue;
+        entries[count] = entry_of(each);
+        waiting[count++] = &each;
+        if (each.command.is_fast) milliseconds = fast_path_shorten(each.fast, milliseconds);
+    }
+    const int ready = wait_for(std::span(entries).first(count), milliseconds);
+    for (std::size_t i = 0; i < count; ++i) {
+        // Without an event the fast path's time may have run out.
+        const bool is_late = ready == 0 && waiting[i]->command.is_fast;
+        if (is_late || (ready > 0 && entries[i].revents != 0)) step(waiting[i]);
+    }
+}
+
+}  // namespace
+
+bool cli_runner_has_room(const cli_runner& runner) {
+    return runner.count < runner.slots.size();
+}
+
+void cli_runner_add(cli_runner* runner, const cli_command& command) {
+    if (!cli_runner_has_room(*runner)) return;
+    const std::size_t index = (runner->first + runner->count) % runner->slots.size();
+    runner->slots[index].emplace().command = command;
+    ++runner->count;
+    begin_in_turn(runner);
+}
+
+void cli_runner_advance(cli_runner* runner) {
+    if (in_flight(runner) > 0) poll_once(runner, 0);
+    begin_in_turn(runner);
+}
+
+int cli_runner_take(cli_runner* runner) {
+    begin_in_turn(runner);
+    while (!is_ended(slot_at(runner, 0))) {
+        poll_once(runner, wait_for_ever);
+        begin_in_turn(runner);
+    }
+    const slot& oldest = slot_at(runner, 0);
+    const bool is_fast = oldest.command.is_fast;
+    const int result = is_fast ? oldest.fast.result : oldest.helper.result;
+    const int error = is_fast ? oldest.fast.error : oldest.helper.error;
+    runner->slots[runner->first].reset();
+    runner->first = (runner->first + 1) % runner->slots.size();
+    --runner->count;
+    --runner->begun;
+    if (result != 0) errno = error;
+    return result;
+}

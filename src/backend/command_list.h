@@ -1,0 +1,44 @@
+// The commands of one document, in flight together (cli_runner.h). They run as the session's user;
+// what they answer comes back in the order in which they were added. Whoever writes a document adds
+// ahead as long as there is room, and writes what it takes before it adds the next, so no more than
+// eight replies are ever kept.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+#include "backend/cli_runner.h"
+#include "backend/command_run.h"
+
+struct command_list {
+    struct entry {
+        std::string command;
+        command_outcome outcome;
+        char* reply = nullptr;  // until it is taken
+    };
+    const session_record* session;
+    std::array<entry, cli_in_flight_max> entries;  // a ring
+    std::size_t first = 0;                         // the oldest
+    cli_runner runner;                             // ends before what it borrows
+
+    explicit command_list(const session_record* of) : session(of) {}
+    ~command_list();  // ends what is still in flight
+    command_list(const command_list&) = delete;
+    command_list& operator=(const command_list&) = delete;
+};
+
+// Whether another may be added.
+bool command_list_has_room(const command_list& list);
+
+// Adds a command for the CLI helper, or one for the fast path, where the session's role goes along.
+// REQUIRES: room.
+void command_list_add(command_list* list, std::string command);
+void command_list_add_fast(command_list* list, std::string command);
+
+// Sends and receives what can be, without waiting: before work that takes a while.
+void command_list_advance(command_list* list);
+
+// Waits for the oldest and takes it off the list. REQUIRES: there is one.
+[[nodiscard]] command_outcome command_list_take(command_list* list);
