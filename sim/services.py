@@ -1,5 +1,6 @@
 """The controller's services: the CLI helper, the fast path and the message blocks."""
 
+import itertools
 import os
 import socket
 import struct
@@ -61,10 +62,10 @@ class HelperService:
         self._socket = bind_unix(path)
 
     def serve(self):
-        while True:
+        for number in itertools.count():
             self._accepting.wait()
             connection, _ = self._socket.accept()
-            in_background(self._connection, connection)
+            in_background(self._connection, connection, number)
 
     def pause(self):
         """Connections are queued by the kernel and never served, but the one accept under way."""
@@ -76,14 +77,14 @@ class HelperService:
     def resume(self):
         self._accepting.set()
 
-    def _connection(self, connection):
+    def _connection(self, connection, number):
         with connection:
             try:
-                self._exchange(connection)
+                self._exchange(connection, number)
             except (OSError, wire.WireError) as error:
                 self._traffic.write("helper", error=str(error))
 
-    def _exchange(self, connection):
+    def _exchange(self, connection, number):
         if not self._accepting.is_set():
             return
         if self._faults.take("helper", refuse=True):
@@ -91,7 +92,8 @@ class HelperService:
         fields = wire.read_helper_request(connection)
         request = {name: wire.text(value) for name, value in fields.items()}
         credentials = connection.getsockopt(socket.SOL_SOCKET, socket.SO_PEERCRED, 12)
-        self._traffic.write("helper", **request, uid=struct.unpack("iII", credentials)[1],
+        self._traffic.write("helper", **request, connection=number,
+                            uid=struct.unpack("iII", credentials)[1],
                             lengths=[len(fields[name]) for name in wire.FIELDS])
         plan = self._faults.take("helper", request["command"])
         reply = self._reply(request, plan)

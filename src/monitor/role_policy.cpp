@@ -1,15 +1,18 @@
 #include <array>
 #include <cstdint>
-#include <cstdio>
+#include <iterator>
 #include <string>
 #include <string_view>
+#include <utility>
+#include <vector>
 
 #include "runtime/error_response.h"
+#include "runtime/log.h"
 #include "runtime/sgml_text.h"
 #include "runtime/strbuf.h"
 #include "runtime/text.h"
 
-#include "backend/command_run.h"
+#include "backend/command_list.h"
 #include "backend/markup.h"
 #include "backend/sgml_tokenizer.h"
 
@@ -19,7 +22,6 @@ namespace {
 
 constexpr std::int32_t name_size = 128;  // of a row's name in a command, with its NUL
 constexpr std::size_t names_max = 4096;  // rows of a reply that are looked up
-constexpr std::size_t line_size = 192;
 
 struct policy_command {
     const char* command;
@@ -66,16 +68,6 @@ void append_result(wms_strbuf* out, std::string_view label, const command_outcom
     wms_strbuf_append_all(out, {"\">", command_reply(result), "</result>"});
 }
 
-void look_up(wms_strbuf* out, const session_record* session, const char* each,
-             const std::string& name) {
-    if (name.empty()) return;
-    char line[line_size];
-    std::snprintf(line, sizeof line, "%s '%s'", each, name.c_str());
-    const command_outcome result = command_run(session, line);
-    std::snprintf(line, sizeof line, "%s %s", each, name.c_str());
-    append_result(out, line, result);
-}
-
 // The first text that is more than white space names its row.
 struct row_reader {
     bool in_row = false;
@@ -96,19 +88,75 @@ void read_token(row_reader* row, const sgml_tokenizer& tokenizer) {
     row->name = plain_name(text, cdata_is_current(&tokenizer));
 }
 
-void look_up_rows(wms_strbuf* out, const session_record* session, const char* each,
-                  std::string_view reply) {
+// One result of the document. Those of rows have a name, and the command of the row's list.
+struct policy_lookup {
+    const char* command;
+    std::string name;
+    const char* each;
+
+    std::string sent() const { return name.empty() ? command : command + (" '" + name + "'"); }
+    std::string label() const { return name.empty() ? command : command + (" " + name); }
+};
+
+using policy_lookups = std::vector<policy_lookup>;
+
+// What looks up the rows of a reply. Returns whether the reply had more rows than are looked up.
+bool find_rows(policy_lookups* out, const char* each, std::string_view reply) {
     sgml_tokenizer tokenizer;
     sgml_tokenizer_init(&tokenizer, reply.data(), static_cast<std::int32_t>(reply.size()));
     row_reader row;
     std::size_t count = 0;
-    while (sgml_tokenizer_next(&tokenizer) > 0 && count < names_max) {
+    while (sgml_tokenizer_next(&tokenizer) > 0) {
         read_token(&row, tokenizer);
         if (!row.in_row || !sgml_tokenizer_is_tag(&tokenizer.token, "r", true)) continue;
-        look_up(out, session, each, row.name);
+        if (count++ == names_max) return true;
+        if (!row.name.empty()) {
+            out->push_back({.command = each, .name = std::move(row.name), .each = nullptr});
+        }
         row = {};
-        ++count;
     }
+    return false;
+}
+
+// The document's results in their order, of which the commands go out ahead of what is written.
+struct policy_document {
+    policy_lookups lookups;
+    std::size_t sent = 0;
+    std::size_t written = 0;
+    command_list commands;
+
+    explicit policy_document(const session_record* session) : commands(session) {
+        for (const policy_command& row : policy_commands)
+            lookups.push_back({.command = row.command, .name = {}, .each = row.each});
+    }
+};
+
+// What stands behind a list whose rows are looked up is not known before its reply.
+bool may_send(const policy_document& document) {
+    if (document.sent == document.lookups.size()) return false;
+    if (!command_list_has_room(document.commands)) return false;
+    const bool is_first = document.sent == document.written;
+    return is_first || document.lookups[document.sent - 1].each == nullptr;
+}
+
+void add_rows(policy_document* document, const policy_lookup& list, std::string_view reply) {
+    policy_lookups rows;
+    if (find_rows(&rows, list.each, reply)) {
+        wuic_log(log_error, "%s: more than %zu rows, the rest is left out", list.command,
+                 names_max);
+    }
+    const auto behind = document->lookups.begin() + static_cast<std::ptrdiff_t>(document->written);
+    document->lookups.insert(behind, std::make_move_iterator(rows.begin()),
+                             std::make_move_iterator(rows.end()));
+}
+
+void write_next(wms_strbuf* out, policy_document* document) {
+    for (; may_send(*document); ++document->sent)
+        command_list_add(&document->commands, document->lookups[document->sent].sent());
+    const command_outcome result = command_list_take(&document->commands);
+    const policy_lookup lookup = std::move(document->lookups[document->written++]);
+    append_result(out, lookup.label(), result);
+    if (lookup.each != nullptr) add_rows(document, lookup, command_reply(result));
 }
 
 }  // namespace
@@ -116,11 +164,9 @@ void look_up_rows(wms_strbuf* out, const session_record* session, const char* ea
 int wuic_get_role_policy_raw(const char* /*key*/, wms_strbuf* response, session_record* session,
                              pg_conn* /*db*/, cgi* /*input*/) {
     wms_strbuf_fmt(response, "%s<rawdata>\n", xml_header);
-    for (const policy_command& row : policy_commands) {
-        const command_outcome result = command_run(session, row.command);
-        append_result(response, row.command, result);
-        if (row.each != nullptr) look_up_rows(response, session, row.each, command_reply(result));
-    }
+    policy_document document(session);
+    while (document.written < document.lookups.size())
+        write_next(response, &document);
     wms_strbuf_fmt(response, "</rawdata>");
     return 0;
 }

@@ -8,6 +8,7 @@
 #include "runtime/sgml_text.h"
 #include "runtime/strbuf.h"
 
+#include "backend/command_list.h"
 #include "backend/command_run.h"
 #include "backend/markup.h"
 
@@ -40,11 +41,37 @@ items_view choose_view(const command_outcome& basic_info, const char* operand) {
     return is_master || !basic_info.reply ? summary_master_items() : summary_controller_items();
 }
 
-command_outcome run_item(const summary_item& item, const session_record* session) {
-    const char* const command = item.command != nullptr ? item.command : item.label;
-    if (item.kind == item_kind::fast_path)
-        return command_run_fast(session->user, session->role, command);
-    return command_run(session, command);
+bool is_command(const summary_item& item) {
+    return item.kind != item_kind::local && item.kind != item_kind::shell;
+}
+
+// A view's items, of which the commands go out ahead of what is being written.
+struct summary_items {
+    items_view common;
+    items_view rest;
+    command_list commands;
+    std::size_t next = 0;  // the first item that was not looked at for sending
+
+    summary_items(const session_record* session, items_view view)
+        : common(summary_common_items()), rest(view), commands(session) {}
+    std::size_t size() const { return common.size() + rest.size(); }
+    const summary_item& at(std::size_t id) const {
+        return id < common.size() ? common[id] : rest[id - common.size()];
+    }
+};
+
+void send_ahead(summary_items* items) {
+    for (; items->next < items->size(); ++items->next) {
+        const summary_item& item = items->at(items->next);
+        if (!is_command(item)) continue;
+        if (!command_list_has_room(items->commands)) return;
+        const char* const command = item.command != nullptr ? item.command : item.label;
+        if (item.kind == item_kind::fast_path) {
+            command_list_add_fast(&items->commands, command);
+        } else {
+            command_list_add(&items->commands, command);
+        }
+    }
 }
 
 void write_head(wms_strbuf* out) {
@@ -75,8 +102,7 @@ void write_reply(wms_strbuf* out, const command_outcome& result) {
     wms_strbuf_fmt(out, "</result>\n");
 }
 
-void write_command(wms_strbuf* out, const summary_item& item, const session_record* session) {
-    const command_outcome result = run_item(item, session);
+void write_command(wms_strbuf* out, const summary_item& item, const command_outcome& result) {
     if (item.kind == item_kind::raw_reply) {
         write_raw(out, command_reply(result));
     } else {
@@ -84,17 +110,26 @@ void write_command(wms_strbuf* out, const summary_item& item, const session_reco
     }
 }
 
-int write_item(wms_strbuf* out, std::size_t id, const summary_item& item,
-               const session_record* session, std::string_view basic_info) {
-    scoped_strbuf made;
-    if (item.kind == item_kind::local && item.text(made, basic_info) < 0) return -1;
-    if (item.kind == item_kind::shell) shell_capture(made, item.command);
+// Appends what we find out ourselves. Returns 0, or -1 when the document ends here.
+int own_text(wms_strbuf* out, const summary_item& item, std::string_view basic_info) {
+    if (item.kind == item_kind::local) return item.text(out, basic_info);
+    shell_capture(out, item.command);
+    return 0;
+}
 
+int write_item(wms_strbuf* out, std::size_t id, summary_items* items, std::string_view basic_info) {
+    const summary_item& item = items->at(id);
+    scoped_strbuf made;
+    send_ahead(items);
+    if (!is_command(item)) {
+        command_list_advance(&items->commands);
+        if (own_text(made, item, basic_info) < 0) return -1;
+    }
     wms_strbuf_fmt(out, "<cli><id>%zu</id><cmd>%s</cmd>", id, item.label);
-    if (item.kind == item_kind::local || item.kind == item_kind::shell) {
-        write_raw(out, {made.buf.data, static_cast<std::size_t>(made.buf.length)});
+    if (is_command(item)) {
+        write_command(out, item, command_list_take(&items->commands));
     } else {
-        write_command(out, item, session);
+        write_raw(out, {made.buf.data, static_cast<std::size_t>(made.buf.length)});
     }
     wms_strbuf_fmt(out, "</cli>\n");
     return 0;
@@ -109,11 +144,9 @@ int wuic_get_monitor_summary_data(const char* /*key*/, wms_strbuf* response,
 
     wms_strbuf_clear(response);
     write_head(response);
-    std::size_t id = 0;
-    for (const items_view part : {summary_common_items(), rest}) {
-        for (const summary_item& item : part) {
-            if (write_item(response, id++, item, session, command_reply(basic_info)) < 0) return -1;
-        }
+    summary_items items(session, rest);
+    for (std::size_t id = 0; id < items.size(); ++id) {
+        if (write_item(response, id, &items, command_reply(basic_info)) < 0) return -1;
     }
     wms_strbuf_fmt(response, "</qorin>\n");
     return 0;
