@@ -5,6 +5,7 @@
 #   bench/run.sh processes  whole requests, from exec to exit
 #   bench/run.sh replies    reading replies, beside libraries that read XML
 #   bench/run.sh search     searches of the database of access points
+#   bench/run.sh dashboard  handlers that send many commands, beside a slow controller
 #   bench/run.sh load       64 clients for a minute, or for as many seconds as are given
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
@@ -51,6 +52,11 @@ measure_search() {
     enter_sandbox --preset bench --services all -- /usr/bin/python3 bench/ap_search.py
 }
 
+measure_dashboard() {
+    build_preset bench
+    enter_sandbox --preset bench --services "syslog program" -- bench/dashboard.sh
+}
+
 # The end-to-end test of the same name, which checks every answer and prints its figures.
 measure_load() {
     scripts/packages.sh test
@@ -65,11 +71,13 @@ case ${1:-} in
         measure_processes
         measure_replies
         measure_search
+        measure_dashboard
         measure_load
         ;;
     processes) measure_processes ;;
     replies) measure_replies ;;
     search) measure_search ;;
+    dashboard) measure_dashboard ;;
     load) measure_load "${2:-60}" ;;
     *) die "unknown benchmark: $1" ;;
 esac

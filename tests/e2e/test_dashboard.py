@@ -4,6 +4,7 @@ import os
 import re
 import socket
 import xml.etree.ElementTree as ET
+from concurrent.futures import ThreadPoolExecutor
 from pathlib import Path
 
 import pytest
@@ -159,13 +160,68 @@ ROLES = ("<re><t><th><h>Name</h></th><r><c>employee</c><c>x</c></r><r>\n <c>gues
 NAMES = ["employee", "guest logon", 'R&D "ü"', "a&amp;b", LONG]
 
 
+def role_policy(sid):
+    return harness.http_request("/screens/cmnutil/getRolePolicy.xml",
+                                headers=harness.as_session(sid)).text
+
+
+def helper_commands():
+    """In the order in which they came."""
+    lines = [line for line in harness.traffic() if line["channel"] == "helper"]
+    return [line["command"] for line in sorted(lines, key=lambda line: line["connection"])]
+
+
+def while_held(count, work):
+    """Answers what is being held as soon as it is that many. Their commands, and what the work gave."""
+    with ThreadPoolExecutor(1) as pool:
+        answer = pool.submit(work)
+        try:
+            harness.simctl.order(harness.CONTROL, "wait-held", count=count)
+            commands = helper_commands()
+        finally:
+            harness.order("release")
+        return commands, answer.result()
+
+
+def test_eight_commands_are_in_flight_together_in_the_documents_order(reader):
+    harness.plan(match="show", hold=True, times=7)
+    harness.plan(channel="fast", hold=True)
+    sent = [label for label in LABELS["controller"] if label.startswith("show")]
+    sent = [label for label in sent if label not in ("show version", "show datapath utilization")]
+    commands, (_, items) = while_held(8, lambda: dashboard(reader, CONTROLLER))
+    assert commands == [BASIC_INFO, *sent[:7]]
+    assert helper_commands() == [BASIC_INFO, *sent]
+    assert list(items) == LABELS["controller"]
+    assert {item.findtext("status") for item in items.values()} == {None, "ok"}
+
+
+def test_rows_are_looked_up_together(reader):
+    names = [str(number) for number in range(12)]
+    harness.plan(match="show rights", output="".join("<r><c>%s</c></r>" % name for name in names))
+    harness.plan(match="show rights '", hold=True, times=8)
+    ordered = ["show rights", *("show rights '%s'" % name for name in names)]
+    commands, _ = while_held(8, lambda: role_policy(reader))
+    assert commands == ordered[:9]
+    assert helper_commands()[:14] == [*ordered, "show ip access-list brief ipv4"]
+
+
+@pytest.mark.parametrize("before, looked_up", [(4095, ["last"]), (4096, [])])
+def test_rows_beyond_the_most_that_are_looked_up(reader, before, looked_up):
+    harness.plan(match="show rights", output="<r></r>" * before + "<r><c>last</c></r>")
+    role_policy(reader)
+    assert [text for text in helper_commands() if text.startswith("show rights '")] == [
+        "show rights '%s'" % name for name in looked_up]
+    told = [line for line in harness.log_lines()
+            if "show rights: more than 4096 rows, the rest is left out" in line]
+    assert len(told) == 1 - len(looked_up)
+
+
 def test_roles_and_lists_are_looked_up_by_name(reader):
     harness.plan(match="show rights", output=ROLES)
     harness.plan(match="show ip access-list brief ipv4", output="<re><r><c>all</c></r></re>")
     harness.plan(match="show netservice", output="")
-    body = harness.http_request("/screens/cmnutil/getRolePolicy.xml",
-                                headers=harness.as_session(reader)).text
-    commands = [line["command"] for line in harness.traffic()]
+    body = role_policy(reader)
+    commands = helper_commands()
     assert commands == [
         "show rights", *("show rights '%s'" % name for name in NAMES),
         "show ip access-list brief ipv4", "show ip access-list 'all'", "show netservice",
