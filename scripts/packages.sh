@@ -9,8 +9,9 @@ here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd -P)
 
 packages_of() {
     case $1 in
-        run) echo g++ make cmake ninja-build pkg-config libpq-dev libfcgi-dev postgresql-15 apache2-bin openssl curl \
-            jq ieee-data python3 iproute2 util-linux procps libgtest-dev ;;
+        run) echo g++ make cmake ninja-build pkg-config libpq-dev postgresql-15 apache2-bin openssl curl \
+            jq ieee-data python3 iproute2 util-linux procps libgtest-dev libfcgi-dev nginx-light spawn-fcgi \
+            multiwatch ;;
         test) echo binutils libfaketime python3-pytest python3-psycopg2 ;;
         lint) echo clang clang-format clang-tidy cppcheck shellcheck ;;
         # Node.js builds from elsewhere bring their own npm, and exclude Debian's.

@@ -5,7 +5,8 @@
 #
 #   sudo scripts/sandbox.sh [OPTION...] -- COMMAND [ARGUMENT...]
 #
-#   --services "NAME..."  start these first: syslog postgres controller program http, or all
+#   --services "NAME..."  start these first: syslog postgres controller program http workers nginx;
+#                         or all: with Apache and CGI; or warm: with nginx and workers
 #   --preset NAME         the build that is installed (release); below build/
 #   --host-net            share the host's network; otherwise there is only a loopback interface
 #   --port N              port of the HTTP server (4343)
@@ -39,7 +40,12 @@ done
 [[ $# -gt 1 ]] || die "what is to be run in the sandbox?"
 shift
 [[ $EUID -eq 0 ]] || die "a sandbox is made by root"
-[[ $services != all ]] || services="syslog postgres controller program http"
+case $services in
+    all) services="syslog postgres controller program http" ;;
+    warm) services="syslog postgres controller program workers nginx" ;;
+esac
+workers=0
+[[ " $services " != *" workers "* ]] || workers=8
 
 # What the command sees of the environment is this and nothing else.
 environment=(
@@ -48,6 +54,7 @@ environment=(
     SANDBOX_CHECKOUT="$(dirname "$here")" SANDBOX_PRIVATE_NET="$private_net"
     SANDBOX_LIFELINE="$lifeline" SANDBOX_SERVICES="$services"
     SANDBOX_WRITABLE="$writable"
+    WMS_WORKERS="$workers"
     WMS_PRESET="$preset" WMS_PORT="$port" WMS_LISTEN="$listen"
     WMS_URL="https://${listen/#0.0.0.0/127.0.0.1}:$port"
 )

@@ -83,11 +83,16 @@ ready_program() {
     [[ -u /vantor/webui/wms/wms.cgi ]]
 }
 
-start_http() {
+make_certificate() {
     mkdir -p "$run_folder/http"
     openssl req -x509 -newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes -days 30 -subj "/CN=wms" \
         -addext "subjectAltName=DNS:localhost,IP:127.0.0.1" -addext basicConstraints=critical,CA:FALSE \
         -keyout "$run_folder/http/server.key" -out "$run_folder/http/server.crt" 2>"$run_folder/openssl.out"
+}
+
+# Apache, which starts the program for each request.
+start_http() {
+    make_certificate
     service http /usr/sbin/apache2 -f /checkout/scripts/httpd.conf \
         -C "Define WMS_LISTEN $WMS_LISTEN:$WMS_PORT" -D FOREGROUND
 }
@@ -95,6 +100,26 @@ start_http() {
 # It listens before it has all of its settings; the id file is written when it is done with them.
 ready_http() {
     wait_for_service 100 http test -s "$run_folder/http/httpd.pid"
+}
+
+# The other way of serving: nginx, which hands requests to workers that are warm already.
+start_workers() {
+    service workers scripts/workers.sh "$WMS_WORKERS"
+}
+
+ready_workers() {
+    wait_for_service 100 workers test -S /run/wms-workers/fastcgi.sock
+}
+
+start_nginx() {
+    make_certificate
+    mkdir -p "$run_folder/nginx" /var/log/nginx
+    sed "s/@ADDRESS@/$WMS_LISTEN:$WMS_PORT/" scripts/nginx.conf >"$run_folder/nginx/nginx.conf"
+    service nginx /usr/sbin/nginx -c "$run_folder/nginx/nginx.conf" -g "daemon off;"
+}
+
+ready_nginx() {
+    wait_for_service 100 nginx test -s "$run_folder/nginx/nginx.pid"
 }
 
 # services_start "NAME...": starts the named ones side by side and returns when all of them answer.

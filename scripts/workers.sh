@@ -1,0 +1,17 @@
+#!/bin/bash
+# Becomes the manager of the warm workers: one socket that outlives them, and so many workers that share
+# it. They end with their manager, however it ends, and each that ends is started anew.
+#
+#   workers.sh NUMBER
+#
+# WMS_WORKER_REQUESTS, if set, is the number of requests after which a worker retires.
+set -euo pipefail
+readonly number=$1 folder=/run/wms-workers program=/vantor/webui/wms/wms.cgi
+
+# Whoever connects can say anything of a request, so only the HTTP server gets that far.
+install -d -o root -g www-data -m 0750 "$folder"
+environment=(PATH=/usr/sbin:/usr/bin:/sbin:/bin ${WMS_WORKER_REQUESTS+"WMS_WORKER_REQUESTS=$WMS_WORKER_REQUESTS"})
+# By default a child that ends four times within ten seconds is given up.
+exec env -i "${environment[@]}" spawn-fcgi -n -s "$folder/fastcgi.sock" -M 0660 -G www-data -b 4096 -- \
+    /usr/bin/multiwatch --forks="$number" --retry=1000000000 --signal=TERM -- \
+    /usr/bin/setpriv --pdeathsig KILL "$program"
