@@ -3,7 +3,8 @@
 #
 #   ./test.sh              all tests; the last line counts them
 #   ./test.sh --unit NAME  the unit tests whose names match NAME (ctest -R), plainly
-#   ./test.sh --e2e EXPR   the end-to-end tests that match EXPR (pytest -k), plainly
+#   ./test.sh --e2e EXPR   the end-to-end tests that match EXPR (pytest -k), plainly, as CGI
+#   ./test.sh --warm EXPR  the same behind warm workers
 #   ./test.sh --fuzz       the fuzz targets: seeds and past finds, then a few seconds of each
 #   ./test.sh --lint       formatting, static analysis, includes, headers, Clang's warnings
 set -euo pipefail
@@ -56,6 +57,11 @@ e2e_round() {
     count_round e2e "$1" all scripts/test_round.sh e2e "${@:2}"
 }
 
+warm_round() {
+    install_validator
+    count_round warm "$1" warm scripts/test_round.sh warm "${@:2}"
+}
+
 # The fuzz targets: their seeds and past finds, then a few seconds of each.
 fuzz_round() {
     count_round fuzz fuzz '' fuzz/targets.sh check
@@ -70,6 +76,7 @@ all_rounds() {
         unit_round "$preset"
         e2e_round "$preset"
     done
+    warm_round release
     fuzz_round
 }
 
@@ -80,6 +87,7 @@ case $filter in
     '') all_rounds ;;
     --unit) build_preset release && unit_round release -R "${2:?--unit needs a name}" ;;
     --e2e) build_preset release && e2e_round release -k "${2:?--e2e needs an expression}" ;;
+    --warm) build_preset release && warm_round release -k "${2:?--warm needs an expression}" ;;
     --fuzz) build_preset fuzz && fuzz_round ;;
     *) die "unknown option: $filter" ;;
 esac

@@ -3,6 +3,7 @@
 #
 #   test_round.sh unit [CTEST OPTION...]
 #   test_round.sh e2e [PYTEST OPTION...]
+#   test_round.sh warm [PYTEST OPTION...]    those whose outcome may depend on how requests are served
 set -euo pipefail
 # shellcheck source=scripts/lib.sh
 . scripts/lib.sh
@@ -74,6 +75,15 @@ run_e2e() {
     /usr/bin/python3 -m pytest tests/e2e -q -p no:cacheprovider --tb=short --junitxml="$results" "$@" || true
     # A request whose client went away may still be running.
     wait_for 300 "the last request" no_program_runs wms.cgi
+}
+
+# Large tables and what is tested by hand need not be repeated behind workers.
+run_warm() {
+    local name files=()
+    for name in cases login entry upload configuration ap_search dashboard reports helper limits openapi serving; do
+        files+=("tests/e2e/test_$name.py")
+    done
+    /usr/bin/python3 -m pytest "${files[@]}" -q -p no:cacheprovider --tb=short --junitxml="$results" "$@" || true
 }
 
 kind=$1

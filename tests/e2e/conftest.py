@@ -6,6 +6,18 @@ import harness
 collect_ignore = [] if harness.WHOLE_TABLES else ["test_allocations.py"]
 
 
+def pytest_configure(config):
+    config.addinivalue_line("markers", "cgi: needs a program that is started for the request")
+    config.addinivalue_line("markers", "warm: needs workers")
+
+
+def pytest_collection_modifyitems(config, items):
+    """What needs the other way of serving is left out."""
+    other = "cgi" if harness.WORKERS else "warm"
+    config.hook.pytest_deselected(items=[item for item in items if item.get_closest_marker(other)])
+    items[:] = [item for item in items if not item.get_closest_marker(other)]
+
+
 @pytest.fixture(autouse=True)
 def fresh():
     harness.clean_state()

@@ -23,6 +23,8 @@ import simctl  # noqa: E402
 URL = os.environ.get("WMS_URL", "https://127.0.0.1:4343")
 # Large tables run whole on the release build; under the sanitizers each kind of row runs once.
 WHOLE_TABLES = os.environ.get("WMS_PRESET") != "asan"
+# How many warm workers serve behind the HTTP server; 0: it starts a program for each request.
+WORKERS = int(os.environ.get("WMS_WORKERS", "0"))
 PROGRAM = "/vantor/webui/wms/wms.cgi"
 HELPER_SOCKET = Path("/tmp/cli-helper.sock")
 TRAFFIC = Path("/run/wms/controller.log")
@@ -146,6 +148,11 @@ def sql(statement, database="wms"):
                            "-c", statement], capture_output=True, text=True, timeout=60, check=False)
     assert done.returncode == 0, done.stderr
     return [line.split("\x1f") for line in done.stdout.splitlines()]
+
+
+def end_connections(database):
+    """Programs that are warm already open theirs again, with the settings that the database has now."""
+    sql("SELECT pg_terminate_backend(pid, 60000) FROM pg_stat_activity WHERE datname = '%s'" % database, "postgres")
 
 
 def literal(text):

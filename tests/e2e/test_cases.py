@@ -49,6 +49,8 @@ KEYS = {
 # What a case may say of the answer: one of these, so that its own replaces the default's.
 ANSWERS = {"body", "pattern", "reason", "error", "refused", "token", "api"}
 
+BY_HAND = {"env", "argv0"}
+
 
 def load_cases():
     for path in sorted(Path(__file__).with_name("cases").glob("*.toml")):
@@ -58,7 +60,9 @@ def load_cases():
             assert not set(case) - KEYS, (path, name, set(case) - KEYS)
             own = {key: value for key, value in default.items()
                    if key not in ANSWERS or not ANSWERS & set(case)}
-            yield pytest.param({**own, **case}, id="%s: %s" % (path.stem, name))
+            case = {**own, **case}
+            yield pytest.param(case, id="%s: %s" % (path.stem, name),
+                               marks=[pytest.mark.cgi] if BY_HAND & set(case) else [])
 
 
 def fill(value, sid):
@@ -78,7 +82,7 @@ def send(case, sid):
     if method != "GET" and posted:
         body = case.get("body_sent", urlencode(case.get("form", {}))).encode()
     path = case.get("path", "/") + ("?" + case["query"] if "query" in case else "")
-    if "env" in case or "argv0" in case:
+    if BY_HAND & set(case):
         return send_by_hand(case, sid, path, method, body)
     headers = harness.form_headers(case.get("headers")) if body else case.get("headers", {})
     cookie = case.get("cookie", "SESSION=" + sid if sid else None)

@@ -11,6 +11,7 @@ import harness
 NOBODY = 65534
 
 
+@pytest.mark.cgi
 @pytest.mark.parametrize("tool", ["moduleStatus", "softwareVersion", "showVersion"])
 def test_helper_mode_runs_a_tool(tool):
     done = harness.helper_mode("wuic", tool)
@@ -18,6 +19,7 @@ def test_helper_mode_runs_a_tool(tool):
     assert expected and (done.returncode, done.stdout) == (0, expected)
 
 
+@pytest.mark.cgi
 def test_helper_mode_copies(tmp_path):
     source, target = tmp_path / "from", tmp_path / "to"
     source.write_bytes(bytes(range(256)) * 100)
@@ -33,6 +35,7 @@ def test_helper_mode_copies(tmp_path):
     assert full.returncode == 255 and "failed to copy" in full.stdout + full.stderr
 
 
+@pytest.mark.cgi
 @pytest.mark.parametrize("arguments", [
     ["wuic"], ["wuic", "reboot"], ["wuic", "copy", "/etc/passwd"],
     ["wuic", "copy", "/etc/passwd", "/tmp/x", "y"], ["wuic", "softwareVersion", "x"],
@@ -43,6 +46,7 @@ def test_helper_mode_knows_nothing_else(arguments):
     assert "unknown wuic helper command" in done.stderr
 
 
+@pytest.mark.cgi
 def test_arguments_that_a_server_made_of_a_query_are_no_commands(tmp_path):
     target = tmp_path / "copied"
     response = harness.cgi_request("/screens/cmnutil/showArp.xml",
@@ -54,6 +58,7 @@ def test_arguments_that_a_server_made_of_a_query_are_no_commands(tmp_path):
 @contextlib.contextmanager
 def database_down(name):
     harness.sql("ALTER DATABASE %s ALLOW_CONNECTIONS false" % name, "postgres")
+    harness.end_connections(name)
     try:
         yield
     finally:
@@ -72,6 +77,7 @@ def test_a_database_that_is_down(admin, database, name):
     assert harness.traffic() == []
 
 
+@pytest.mark.cgi
 def test_a_server_whose_literals_keep_backslashes_reads_ours_all_the_same():
     harness.sql("ALTER DATABASE wms SET standard_conforming_strings = on")
     try:

@@ -43,8 +43,9 @@ def test_an_image_arrives_in_flash(admin, size):
     assert not harness.LEFTOVERS[2].exists()
 
 
+@pytest.mark.cgi
 def test_uploads_side_by_side_do_not_mix(admin):
-    """The second one comes when half of the first is there."""
+    """The second one comes when half of the first is there. Workers see only whole ones."""
     first, second = b"1" * 700_000, b"2" * 900_000
     body, headers = harness.multipart(("UIDQORIN", admin.encode()), ("file", first, "image.bin"))
     headers = {**headers, **harness.as_session(admin)}
