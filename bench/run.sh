@@ -7,6 +7,9 @@
 #   bench/run.sh search     searches of the database of access points
 #   bench/run.sh dashboard  handlers that send many commands, beside a slow controller
 #   bench/run.sh load       64 clients for a minute, or for as many seconds as are given
+#   bench/run.sh peers      one request through an HTTP server, beside peers that do the same work;
+#                           5 rounds of 10 seconds, or as many of as many as are given
+#   bench/run.sh overhead   what our own code adds to that request, in instructions and microseconds
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 # shellcheck source=scripts/lib.sh
@@ -65,6 +68,30 @@ measure_load() {
         /usr/bin/python3 -m pytest -q -s -p no:cacheprovider tests/e2e/test_load.py -k clients
 }
 
+# Programs that do what ours does for an ordinary request, and the helper that all of them ask.
+build_peers() {
+    local to=build/peers from=bench/peers flags=(-O2 -Wall -Wextra -Werror "-I$(pg_config --includedir)")
+    mkdir -p "$to"
+    gcc "${flags[@]}" -o "$to/helper" "$from/helper.c"
+    gcc "${flags[@]}" -o "$to/bare_cgi" "$from/bare_cgi.c"
+    gcc "${flags[@]}" -o "$to/bare_fastcgi" "$from/bare_fastcgi.c" -lfcgi
+    gcc "${flags[@]}" -o "$to/minimal_cgi" "$from"/{minimal_cgi,ordinary_request}.c -lpq
+    gcc "${flags[@]}" -o "$to/minimal_fastcgi" "$from"/{minimal_fastcgi,ordinary_request}.c -lfcgi -lpq
+    gcc "${flags[@]}" -o "$to/share" "$from"/{share,ordinary_request}.c -lpq
+}
+
+measure_peers() {
+    build_preset release
+    build_peers
+    enter_sandbox --services "syslog postgres program" -- /usr/bin/python3 bench/beside_peers.py "$1" "$2"
+}
+
+measure_overhead() {
+    build_preset release
+    build_peers
+    enter_sandbox --services "syslog postgres program" -- /usr/bin/python3 bench/overhead.py "$1" "$2"
+}
+
 scripts/packages.sh run bench
 case ${1:-} in
     '')
@@ -73,11 +100,15 @@ case ${1:-} in
         measure_search
         measure_dashboard
         measure_load
+        measure_peers 5 10
+        measure_overhead 3 10
         ;;
     processes) measure_processes ;;
     replies) measure_replies ;;
     search) measure_search ;;
     dashboard) measure_dashboard ;;
     load) measure_load "${2:-60}" ;;
+    peers) measure_peers "${2:-5}" "${3:-10}" ;;
+    overhead) measure_overhead "${2:-3}" "${3:-10}" ;;
     *) die "unknown benchmark: $1" ;;
 esac

@@ -16,7 +16,8 @@ packages_of() {
         lint) echo clang clang-format clang-tidy cppcheck shellcheck ;;
         # Node.js builds from elsewhere bring their own npm, and exclude Debian's.
         npm) [[ -x /usr/bin/npm ]] || echo npm ;;
-        bench) echo libbenchmark-dev libexpat1-dev libpugixml-dev libxml2-dev hyperfine time ;;
+        bench) echo libbenchmark-dev libexpat1-dev libpugixml-dev libxml2-dev hyperfine time \
+            libfcgi-dev lighttpd spawn-fcgi multiwatch php-cgi php-pgsql wrk valgrind ;;
         fuzz) echo clang libclang-rt-dev ;;
         *) die "unknown package group: $1" ;;
     esac
