@@ -20,7 +20,7 @@ import beside_peers  # noqa: E402
 import setup  # noqa: E402
 
 REQUESTS = 200
-PROGRAM = "build/release/wms.cgi"
+PROGRAM = Path("build/release/wms.cgi")
 PARTS = {"database": "libpq, below our calls of it", "helper": "the exchange with the helper",
          "fastcgi": "libfcgi, below our calls of it"}
 TIMED = ("bare_fastcgi", "minimal_fastcgi", "our_worker")
@@ -69,21 +69,22 @@ class Profile:
 
 def ask(count):
     """That many requests, one after the other on one connection; all must succeed."""
-    output = subprocess.run(["curl", "-sS", "-H", "Cookie: " + setup.COOKIE, "-o", "/dev/null",
-                             "-w", "%{http_code}\n",
+    output = subprocess.run(["curl", "-sS", "-H", "Cookie: " + setup.COOKIE,
                              setup.URL % setup.PORTS["our_worker"] + "#[1-%d]" % count],
                             stdout=subprocess.PIPE, check=True, text=True).stdout
-    if output.split() != ["200"] * count:
-        raise SystemExit("the worker under callgrind answered " + output[-400:])
+    if output != setup.REPLY * count:
+        raise SystemExit("the worker under callgrind answers " + output[-400:])
 
 
 def profile(count):
-    """Of a worker that ends after `count` requests."""
+    """Of a worker that ends after `count` requests. It is started by its mere name, as it does not
+    know itself by its file there."""
     socket, result = setup.PEERS / "our_worker.sock", "/run/wms/callgrind.%d" % count
     socket.unlink(missing_ok=True)
     worker = setup.start(setup.on_socket(socket) + [
-        "/usr/bin/valgrind", "--tool=callgrind", "--callgrind-out-file=" + result, PROGRAM,
-    ], "callgrind", WMS_WORKER_REQUESTS=str(count))
+        "/usr/bin/valgrind", "--tool=callgrind", "--callgrind-out-file=" + result, PROGRAM.name,
+    ], "callgrind", WMS_WORKER_REQUESTS=str(count),
+        PATH="%s:%s" % (PROGRAM.parent.resolve(), os.environ["PATH"]))
     setup.wait_until(socket.exists, "the worker under callgrind")
     ask(count)
     worker.wait(timeout=60)
