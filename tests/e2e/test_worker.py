@@ -10,6 +10,7 @@ import signal
 import socket
 import subprocess
 from concurrent.futures import ThreadPoolExecutor
+from pathlib import Path
 
 import pytest
 
@@ -272,12 +273,14 @@ def test_a_session_query_that_is_lost_is_repeated_once(admin, losses, expected):
 
 
 def test_a_lost_connection_is_renewed_before_the_request(admin):
-    """Without a sign in the log; and what one leaves unfinished is not there for the next."""
+    """Without a line in the log."""
     with workers() as warm:
         for _ in range(3):
             assert warm.output(*command(admin)) == HOSTNAME
-            backends = harness.sql("SELECT pg_terminate_backend(pid) FROM pg_stat_activity "
-                                   "WHERE usename = 'root' AND pid <> pg_backend_pid()", "postgres")
+            backends = [Path("/proc", pid) for pid, _ in harness.sql(
+                "SELECT pid, pg_terminate_backend(pid) FROM pg_stat_activity "
+                "WHERE usename = 'root' AND pid <> pg_backend_pid()", "postgres")]
             assert len(backends) == 4
+            harness.wait_until(lambda: not any(map(Path.exists, backends)), "the backends' end")
         assert warm.ended == []
     assert harness.log_lines() == []
