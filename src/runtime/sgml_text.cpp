@@ -23,10 +23,10 @@ constexpr escape_entry numeric_reference(unsigned byte) {
     constexpr string_view digits = "0123456789";
     escape_entry entry;
     entry.set("&#");
-    if (byte >= 100) entry.set(digits.substr(byte / 100, 1));
-    if (byte >= 10) entry.set(digits.substr(byte / 10 % 10, 1));
-    entry.set(digits.substr(byte % 10, 1));
-    entry.set(";");
+    if (byte >= 100) entry.add(digits.substr(byte / 100, 1));
+    if (byte >= 10) entry.add(digits.substr(byte / 10 % 10, 1));
+    entry.add(digits.substr(byte % 10, 1));
+    entry.add(";");
     return entry;
 }
 

@@ -1,5 +1,6 @@
 #include "runtime/url.h"
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstring>
@@ -34,6 +35,14 @@ struct counting_output {
     void put(char c) {
         if (length < size) out[length] = c;
         ++length;
+    }
+    // The bytes may be those that stand there already.
+    void put_all(std::string_view bytes) {
+        const std::size_t stored = std::min(bytes.size(), size - std::min(length, size));
+        if (stored > 0 && out + length != bytes.data()) {
+            std::memmove(out + length, bytes.data(), stored);
+        }
+        length += bytes.size();
     }
     bool has_room() const { return length < size; }
     // -1 where the true length does not fit into the result.
@@ -72,11 +81,18 @@ char byte_at(std::string_view in, std::size_t i) {
     return i < in.size() ? in[i] : '\0';
 }
 
+// Where the first byte stands that is not copied as it is; the end without one.
+std::size_t plain_length(std::string_view in, bool plus) {
+    const std::size_t percent = std::min(in.find('%'), in.size());
+    return plus ? std::min(in.substr(0, percent).find('+'), percent) : percent;
+}
+
 int unescape(char* out, std::int32_t out_size, const char* in, std::int32_t in_len, bool plus) {
     if (out_size < 0 || in_len < 0) return -1;
     const std::string_view from{in, static_cast<std::size_t>(in_len)};
     counting_output to{out, static_cast<std::size_t>(out_size)};
-    for (std::size_t i = 0; i < from.size(); ++i) {
+    to.put_all(from.substr(0, plain_length(from, plus)));
+    for (std::size_t i = to.length; i < from.size(); ++i) {
         char c = from[i];
         if (c == '%') {
             c = static_cast<char>(digit_value(byte_at(from, i + 1)) * 16 +
