@@ -6,6 +6,8 @@
 #   bench/run.sh replies    reading replies, beside libraries that read XML
 #   bench/run.sh search     searches of the database of access points
 #   bench/run.sh dashboard  handlers that send many commands, beside a slow controller
+#   bench/run.sh growth     how costs grow with their inputs, what is allocated, peak memory; fails
+#                           where a cost grows much faster than its input
 #   bench/run.sh load       64 clients for a minute, or for as many seconds as are given
 #   bench/run.sh peers      one request through an HTTP server, beside peers that do the same work;
 #                           5 rounds of 10 seconds, or as many of as many as are given
@@ -60,6 +62,20 @@ measure_dashboard() {
     enter_sandbox --preset bench --services "syslog program" -- bench/dashboard.sh
 }
 
+measure_growth() {
+    build_preset release
+    build_preset bench
+    # Its functions stand for the library's: none may become a call of one of them.
+    gcc -O2 -Wall -Wextra -Werror -fno-builtin -shared -fPIC -o build/bench/libcount_calls.so bench/count_calls.c
+    local failed=0
+    echo
+    echo "## How each stage grows, in processor time"
+    echo
+    build/bench/bench/growth || failed=1
+    enter_sandbox --services all -- /usr/bin/python3 bench/whole_requests.py || failed=1
+    return "$failed"
+}
+
 # The end-to-end test of the same name, which checks every answer and prints its figures.
 measure_load() {
     scripts/packages.sh test
@@ -99,6 +115,7 @@ case ${1:-} in
         measure_replies
         measure_search
         measure_dashboard
+        measure_growth
         measure_load
         measure_peers 5 10
         measure_overhead 3 10
@@ -107,6 +124,7 @@ case ${1:-} in
     replies) measure_replies ;;
     search) measure_search ;;
     dashboard) measure_dashboard ;;
+    growth) measure_growth ;;
     load) measure_load "${2:-60}" ;;
     peers) measure_peers "${2:-5}" "${3:-10}" ;;
     overhead) measure_overhead "${2:-3}" "${3:-10}" ;;
