@@ -5,18 +5,16 @@ set -euo pipefail
 
 readonly bin=build/bench/bench
 
-serve() {
-    coproc helper { exec "$bin/slow_helper" "$1" 20; }
-    read -r _ <&"${helper[0]}"
-}
-
 echo "## Handlers that send many commands of 20 ms each: medians of 20 [ms]"
 echo
 echo "| helper | handler | commands | one command | handler's time | in times of one |"
 echo "|---|---|---|---|---|---|"
 for way in side serial; do
-    serve "$way"
+    coproc helper { exec "$bin/slow_helper" "$way" 20; }
+    # shellcheck disable=SC2154  # set by coproc
+    helper_pid=$helper_PID
+    read -r _ <&"${helper[0]}"
     "$bin/handler_times" "$way"
-    kill "$helper_PID"
-    wait "$helper_PID" 2>/dev/null || true
+    kill "$helper_pid"
+    wait "$helper_pid" 2>/dev/null || true
 done

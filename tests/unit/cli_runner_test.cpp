@@ -1,10 +1,14 @@
 // Commands in flight together: helpers of every kind see them in their order, and each result comes
 // back in its place.
+#include <chrono>
 #include <filesystem>
+#include <poll.h>
 #include <sys/syscall.h>
+#include <sys/wait.h>
 
 #include "backend/command_list.h"
 
+#include "input_support.h"
 #include "service_support.h"
 
 namespace {
@@ -25,9 +29,14 @@ std::string command(std::size_t index) {
     return "show " + std::to_string(index) + std::string(index == large_index ? 1 << 20 : 0, 'x');
 }
 
-bool is_connecting(pid_t thread) {
-    const std::string path = "/proc/self/task/" + std::to_string(thread) + "/syscall";
-    return content(path.c_str()).starts_with(std::to_string(SYS_connect) + ' ');
+// Waits until the thread is in this system call.
+void await_call(pid_t thread, long number) {
+    const std::string path = "/proc/" + std::to_string(thread) + "/syscall";
+    const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+    while (!contents(path.c_str()).starts_with(std::to_string(number) + ' ')) {
+        ASSERT_LT(std::chrono::steady_clock::now(), limit) << contents(path.c_str());
+        std::this_thread::yield();
+    }
 }
 
 // One thread: it answers a group last first, and no other is taken meanwhile.
@@ -35,6 +44,7 @@ struct queue_helper {
     manners way;
     unique_fd listener = bind_local(paths::cli_helper_socket, SOCK_STREAM);
     unique_fd stranger{socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)};
+    pid_t client = gettid();
     std::vector<std::string> seen;
     std::jthread worker;
 
@@ -47,9 +57,8 @@ struct queue_helper {
             EXPECT_EQ(getsockname(listener.get(), generic, &size), 0);
             EXPECT_EQ(connect(stranger.get(), generic, size), 0);
         }
-        worker = std::jthread([this, client = gettid()] {
-            while (way.has_stranger && !is_connecting(client))
-                std::this_thread::yield();
+        worker = std::jthread([this] {
+            if (way.has_stranger) await_call(client, SYS_connect);
             if (way.has_stranger) take();
             while (seen.size() < command_count)
                 serve_group();
@@ -58,10 +67,17 @@ struct queue_helper {
     unique_fd take() const {
         return unique_fd(accept4(listener.get(), nullptr, nullptr, SOCK_CLOEXEC));
     }
+    // While a command is being sent, the next one is not.
+    void expect_no_other() const {
+        await_call(client, SYS_poll);
+        pollfd queue = {.fd = listener.get(), .events = POLLIN, .revents = 0};
+        EXPECT_EQ(poll(&queue, 1, 0), 0);
+    }
     void serve_group() {
         std::vector<std::pair<unique_fd, std::string>> group;
         while (group.size() < way.together && seen.size() < command_count) {
             unique_fd peer = take();
+            if (seen.size() == large_index) expect_no_other();
             const std::vector<std::string> fields = read_request(peer.get());
             seen.push_back(fields.empty() ? "none" : fields.back());
             group.emplace_back(std::move(peer), seen.size() - 1 == way.closes
@@ -123,6 +139,31 @@ TEST(CliRunner, WhatIsInFlightIsClosedWithTheList) {
         EXPECT_EQ(open_descriptors(), before + std::ptrdiff_t{cli_in_flight_max});
     }
     EXPECT_EQ(open_descriptors(), before);
+}
+
+TEST(CliRunner, AWorkerWhoseClientLeftDoesNotWaitForAFullQueue) {
+    const unique_fd listener = bind_local(paths::cli_helper_socket, SOCK_STREAM);
+    ASSERT_EQ(listen(listener.get(), 0), 0);
+    int ends[2];
+    ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
+    const unique_fd connection(ends[0]);
+    unique_fd server(ends[1]);
+    const pid_t worker = fork();
+    if (worker == 0) {
+        server.reset();
+        alarm(60);
+        request_record request;
+        request.streams.connection = connection.get();
+        command_list list(&request.session);
+        command_list_add(&list, "show");  // this one fills the queue
+        const command_outcome outcome = command_run(&request.session, "show");
+        _exit(outcome.complete ? 2 : 1);
+    }
+    await_call(worker, SYS_connect);
+    server.reset();
+    int status = -1;
+    EXPECT_EQ(waitpid(worker, &status, 0), worker);
+    EXPECT_EQ(status, 0);
 }
 
 }  // namespace
