@@ -1,10 +1,8 @@
 """How requests reach the warm workers through the HTTP server, and how workers come and go."""
 
 import contextlib
-import grp
 import os
 import signal
-import stat
 import subprocess
 from concurrent.futures import ThreadPoolExecutor
 from pathlib import Path
@@ -15,30 +13,32 @@ import harness
 from running import processes
 
 pytestmark = pytest.mark.warm
-SOCKET = Path("/run/wms-workers/fastcgi.sock")
 CLIENTS, REQUESTS = 8, 2000
 
 
-def pids(name):
+def workers(name="wms.cgi"):
     return {pid for pid, process in processes().items() if process.name == name}
 
 
-def workers():
-    return pids("wms.cgi")
+def await_workers():
+    harness.wait_until(lambda: len(workers()) == harness.WORKERS, "all workers")
 
 
-def all_there():
-    return len(workers()) == harness.WORKERS
+def kill_all():
+    killed = workers()
+    for pid in killed:
+        os.kill(pid, signal.SIGKILL)
+    harness.wait_until(lambda: killed.isdisjoint(workers()), "the end of those workers")
 
 
 def replace_workers(number, environment=None):
     """Ends their manager by a signal and starts another one, with a new socket at the same place."""
-    manager = pids("multiwatch").pop()
+    manager = workers("multiwatch").pop()
     os.kill(manager, number)
     harness.wait_until(lambda: manager not in processes() and not workers(), "the end of all workers")
     subprocess.Popen([harness.CHECKOUT / "scripts/workers.sh", str(harness.WORKERS)], start_new_session=True,
                      env={**os.environ, **(environment or {})}, stdin=subprocess.DEVNULL)
-    harness.wait_until(all_there, "all workers")
+    await_workers()
 
 
 @pytest.fixture
@@ -66,27 +66,29 @@ def ask_in_turn(sid, numbers):
             yield reply.status == 200 and b'"Target">%d<' % number in reply.read()
 
 
-def opened_connections():
-    return int(harness.sql("SELECT sessions FROM pg_stat_database WHERE datname = 'gapdb'")[0][0])
-
-
 @pytest.mark.parametrize("retiring", [1, 3], indirect=True)
 def test_no_request_is_lost_when_workers_retire(admin, retiring):
-    before = opened_connections()
+    sessions = "SELECT sessions FROM pg_stat_database WHERE datname = 'gapdb'"
+    before = int(harness.sql(sessions)[0][0])
     with ThreadPoolExecutor(CLIENTS) as pool:
         shares = [range(client, REQUESTS, CLIENTS) for client in range(CLIENTS)]
         answers = sum(pool.map(lambda share: list(ask_in_turn(admin, share)), shares), [])
     assert (len(answers), answers.count(False)) == (REQUESTS, 0)
-    harness.wait_until(lambda: opened_connections() - before >= REQUESTS // retiring - harness.WORKERS,
-                       "as many workers as that takes")
+    started = REQUESTS // retiring - harness.WORKERS
+    harness.wait_until(lambda: int(harness.sql(sessions)[0][0]) - before >= started, "as many workers as that takes")
+
+
+def connect_all(stack, number):
+    return [stack.enter_context(contextlib.closing(harness.connect())) for _ in range(number)]
 
 
 @contextlib.contextmanager
 def all_held(sid):
     """The connections of clients, one to each worker, whose commands the helper keeps."""
+    await_workers()
     harness.plan(hold=True, times=harness.WORKERS)
     with contextlib.ExitStack() as stack:
-        held = [stack.enter_context(contextlib.closing(harness.connect())) for _ in range(harness.WORKERS)]
+        held = connect_all(stack, harness.WORKERS)
         for connection in held:
             ask(connection, sid)
         harness.simctl.order(harness.CONTROL, "wait-held", count=harness.WORKERS)
@@ -100,7 +102,7 @@ def test_workers_that_a_silent_helper_holds_are_free_when_their_clients_are_gone
         for connection in held:
             connection.close()
         assert login().status == 200
-        harness.wait_until(lambda: all_there() and before.isdisjoint(workers()), "new workers")
+        harness.wait_until(lambda: before.isdisjoint(workers()), "the end of those workers")
 
 
 def test_a_request_waits_while_all_workers_are_held(admin):
@@ -114,37 +116,36 @@ def test_a_request_waits_while_all_workers_are_held(admin):
 def test_the_place_of_a_killed_worker_is_taken_anew(admin):
     """Those that serve cost their own requests alone; idle ones cost none."""
     with all_held(admin) as held:
-        for pid in workers():
-            os.kill(pid, signal.SIGKILL)
+        kill_all()
         assert login().status == 200
         assert {connection.getresponse().status for connection in held} == {502}
-    harness.wait_until(all_there, "all workers")
-    for pid in workers():
-        os.kill(pid, signal.SIGKILL)
+    kill_all()
     assert login().status == 200
-    harness.wait_until(all_there, "all workers")
 
 
 def test_slow_clients_hold_no_worker():
+    """Another one's login comes between the two halves of theirs."""
     with contextlib.ExitStack() as stack:
-        for _ in range(2 * harness.WORKERS):
-            slow = stack.enter_context(contextlib.closing(harness.connect()))
-            slow.putrequest("POST", "/v1/api/login")
-            slow.putheader("Content-Length", "1000")
-            slow.endheaders(b"username=")
+        slow = connect_all(stack, 2 * harness.WORKERS)
+        for client in slow:
+            client.putrequest("POST", "/v1/api/login")
+            client.putheader("Content-Length", "20")
+            client.endheaders(b"username=")
         assert login().status == 200
+        for client in slow:
+            client.send(b"&password=x")
+        assert {client.getresponse().status for client in slow} == {401}
 
 
-@pytest.mark.parametrize("path, mode", [(SOCKET.parent, "drwxr-x---"), (SOCKET, "srw-rw----")])
-def test_only_the_http_server_reaches_the_workers(path, mode):
-    facts = path.stat()
-    assert (stat.filemode(facts.st_mode), facts.st_uid, grp.getgrgid(facts.st_gid).gr_name) == (mode, 0, "www-data")
+@pytest.mark.parametrize("name, mode", [("", 0o40750), ("fastcgi.sock", 0o140660)])
+def test_only_the_http_server_reaches_the_workers(name, mode):
+    path = Path("/run/wms-workers") / name
+    assert (path.stat().st_mode, path.owner(), path.group()) == (mode, "root", "www-data")
 
 
 @pytest.mark.parametrize("method, path, status", [
     ("TRACE", "/", 405), ("GET", "/a%00b", 400), ("GET", "/?" + "a" * 30000, 414), ("GET", "/?" + "a" * 28000, 200),
 ], ids=["trace", "zero byte", "too long", "longest"])
 def test_what_the_server_refuses_itself_and_what_fits(method, path, status):
-    """The query is handed on twice, and the cookie's value with it."""
     response = harness.http_request(path, method, headers={"Cookie": "SESSION=" + "a" * 20000})
     assert response.status == status
