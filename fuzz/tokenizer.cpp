@@ -151,8 +151,10 @@ string check_rooms(const conversion& convert, const exact_bytes& text, const str
                    drawing* draw) {
     const auto size = static_cast<int>(expected.size());
     expect(convert(nullptr, 0, text.data(), text.length()) == -size, "measuring tells the size");
-    const string whole = stored(convert, text, expected.size() + 1, size);
+    const string whole = stored(convert, text, expected.size() + 1 + draw->below(64), size);
     expect(whole.substr(0, expected.size()) == expected, "a conversion is as its definition says");
+    expect(whole.find_first_not_of('\0', expected.size()) == string::npos,
+           "what stands behind the result stays");
     return stored(convert, text, draw->below(expected.size() + 1), -size);
 }
 
