@@ -11,7 +11,11 @@ readonly number=$1 folder=/run/wms-workers program=/vantor/webui/wms/wms.cgi
 # Whoever connects can say anything of a request, so only the HTTP server gets that far.
 install -d -o root -g www-data -m 0750 "$folder"
 environment=(PATH=/usr/sbin:/usr/bin:/sbin:/bin ${WMS_WORKER_REQUESTS+"WMS_WORKER_REQUESTS=$WMS_WORKER_REQUESTS"})
+# A manager that is killed before its child asks to be told would leave it behind; so the child looks again.
+# Nothing on the way to the manager starts another process: it has this one's number.
+# shellcheck disable=SC2016  # expanded by the inner shell
+still_managed='[ "$PPID" -eq "$0" ] && exec "$1"'
 # By default a child that ends four times within ten seconds is given up.
 exec env -i "${environment[@]}" spawn-fcgi -n -s "$folder/fastcgi.sock" -M 0660 -G www-data -b 4096 -- \
     /usr/bin/multiwatch --forks="$number" --retry=1000000000 --signal=TERM -- \
-    /usr/bin/setpriv --pdeathsig KILL "$program"
+    /usr/bin/setpriv --pdeathsig KILL /bin/sh -c "$still_managed" $$ "$program"
