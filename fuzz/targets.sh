@@ -12,7 +12,7 @@ cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
 readonly kept=build/fuzz
 readonly check_seconds=5 check_jobs=2
-readonly limits=(-timeout=10 -rss_limit_mb=2048 -malloc_limit_mb=512 -close_fd_mask=1 -print_final_stats=1)
+readonly limits=(-timeout=60 -rss_limit_mb=2048 -malloc_limit_mb=512 -close_fd_mask=1 -print_final_stats=1)
 
 # in_world COMMAND...: with fresh folders, network and processes, gone with the command.
 in_world() {
