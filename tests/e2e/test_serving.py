@@ -33,7 +33,7 @@ def kill_all():
 
 def replace_workers(number, environment=None):
     """Ends their manager by a signal and starts another one, with a new socket at the same place."""
-    manager = workers("multiwatch").pop()
+    manager = min(workers("multiwatch"))  # not one that it is about to start
     os.kill(manager, number)
     harness.wait_until(lambda: manager not in processes() and not workers(), "the end of all workers")
     subprocess.Popen([harness.CHECKOUT / "scripts/workers.sh", str(harness.WORKERS)], start_new_session=True,
