@@ -227,7 +227,7 @@ void serve(const sent_request& sent, fuzz_request& request) {
     if (cgi_is_spooled_upload(input)) return check_upload(sent, request);
     if (cgi_parse(input) != 0) return;
 
-    const std::string name = settle_program_name(sent.argument0.c_str(), input);
+    const std::string name = settle_program_name(entry_name_of(sent.argument0.c_str()), input);
     check_name(sent, name);
     const char* const raw = cgi_query_string(input);
     const char* const field = cgi_named_value(input, "UIDQORIN");

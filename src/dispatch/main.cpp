@@ -10,6 +10,7 @@
 #include "runtime/request.h"
 
 #include "dispatch/helper_mode.h"
+#include "dispatch/program_name.h"
 #include "dispatch/serve.h"
 #include "dispatch/worker.h"
 
@@ -23,7 +24,7 @@ int run_request(const char* caller_role, const char* argument0) {
     if (!database_init()) {
         wuic_generic_error(&request.response, "%s", memory_reason);
     } else if (databases_open(&databases, &request.response) == 0) {
-        request_serve(request, databases, argument0);
+        request_serve(request, databases, entry_name_of(argument0));
     }
     request_answer(request);
     return 0;

@@ -52,12 +52,16 @@ std::string variable(const cgi* input, const char* name) {
 
 }  // namespace
 
-std::string settle_program_name(const char* argument0, const cgi* input) {
+entry_name entry_name_of(const char* argument0) {
     if (argument0 == nullptr) argument0 = "";
-    if (dispatch_find(argument0) != nullptr) return argument0;
+    return {.text = argument0,
+            .is_program = dispatch_find(argument0) == nullptr && is_this_program(argument0)};
+}
 
+std::string settle_program_name(const entry_name& entry, const cgi* input) {
+    if (!entry.is_program) return entry.text;
     const std::string script = variable(input, "SCRIPT_NAME");
     const std::string info = variable(input, "PATH_INFO");
-    if ((script.empty() && info.empty()) || !is_this_program(argument0)) return argument0;
+    if (script.empty() && info.empty()) return entry.text;
     return name_from_variables(script, info);
 }

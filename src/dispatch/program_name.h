@@ -9,5 +9,14 @@ struct cgi;
 // arguments, and that is the name. Stock servers pass the program's file instead (RFC 3875 leaves
 // entry 0 open); then the name is put together from SCRIPT_NAME and PATH_INFO (sections 4.1.13 and
 // 4.1.5).
+
+// Entry 0, and what it means; found out once, since it is the same for all requests of a process.
+struct entry_name {
+    const char* text;  // never null; as long-lived as the arguments
+    bool is_program;   // it is the program's file, not a request
+};
+
 //   argument0  entry 0; may be null
-std::string settle_program_name(const char* argument0, const cgi* input);
+entry_name entry_name_of(const char* argument0);
+
+std::string settle_program_name(const entry_name& entry, const cgi* input);

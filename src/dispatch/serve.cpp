@@ -109,7 +109,7 @@ void request_begin(request_record& request, const char* caller_role) {
 }
 
 void request_serve(request_record& request, controller_databases& databases,
-                   const char* argument0) {
+                   const entry_name& entry) {
     cgi* input = &request.input;
     const bool spooled = cgi_is_spooled_upload(input);
     if (spooled) {
@@ -124,7 +124,7 @@ void request_serve(request_record& request, controller_databases& databases,
         return;
     }
     if (!spooled && !retrieve_session(request, databases)) return;
-    const std::string program_name = settle_program_name(argument0, input);
+    const std::string program_name = settle_program_name(entry, input);
     wuic_cgi(program_name.c_str(), &request.response, &request.session, databases.wms.get(), input);
 }
 

@@ -3,6 +3,7 @@
 #pragma once
 
 struct controller_databases;
+struct entry_name;
 struct request_record;
 
 // Prepares the process, as far as that needs no database: memory that runs out ends it with an
@@ -16,9 +17,9 @@ void process_begin(bool keeps_log);
 void request_begin(request_record& request, const char* caller_role);
 
 // Reads the request, finds its session and has it handled; whatever comes of it is in the response.
-//   argument0  entry 0 of the process's arguments; may be null
 // REQUIRES: the databases are open. In a worker a connection that was lost meanwhile is renewed.
-void request_serve(request_record& request, controller_databases& databases, const char* argument0);
+void request_serve(request_record& request, controller_databases& databases,
+                   const entry_name& entry);
 
 // Writes the response, or that memory ran out while it was made, to the request's stream.
 void request_answer(request_record& request);

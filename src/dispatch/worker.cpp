@@ -18,6 +18,7 @@
 #include "runtime/log.h"
 #include "runtime/request.h"
 
+#include "dispatch/program_name.h"
 #include "dispatch/serve.h"
 #include "dispatch/worker_state.h"
 
@@ -36,7 +37,7 @@ struct worker {
     FCGX_Request connection{};
     controller_databases databases;
     const char* caller_role;
-    const char* argument0;
+    entry_name entry;
 };
 
 FCGX_Request& connection_of(void* context) {
@@ -135,7 +136,7 @@ void serve(worker& self) {
     request.streams = streams_of(self.connection);
     request_begin(request, self.caller_role);
     if (databases_renew(&self.databases, &request.response) == 0) {
-        request_serve(request, self.databases, self.argument0);
+        request_serve(request, self.databases, self.entry);
     }
     request_answer(request);
     databases_settle(&self.databases);
@@ -175,7 +176,7 @@ int worker_run(const char* caller_role, const char* argument0) {
         std::fprintf(stderr, "WMS_WORKER_REQUESTS is not a number from 1 to %d\n", requests_max);
         return 1;
     }
-    worker self{.databases = {}, .caller_role = caller_role, .argument0 = argument0};
+    worker self{.databases = {}, .caller_role = caller_role, .entry = entry_name_of(argument0)};
     if (!prepare(self)) {
         std::fputs("The worker cannot be prepared\n", stderr);
         return 1;
