@@ -6,11 +6,10 @@
 #include <cstring>
 #include <string_view>
 
-#include "platform/controller.h"
-
 #include "runtime/cgi.h"
 #include "runtime/error_response.h"
 #include "runtime/log.h"
+#include "runtime/request.h"
 #include "runtime/strbuf.h"
 #include "runtime/text.h"
 
@@ -79,7 +78,7 @@ login_peers read_peers(const cgi* vars) {
 // Why the login is refused before anybody looks at the password; null when it is not.
 const char* refusal_beforehand(const login_settings& settings, const char* user,
                                const char* password) {
-    if (isWuicConfigFactoryDefault()) {
+    if (request_is_factory_default()) {
         return "Unauthorized request, controller in factory default state";
     }
     if (settings.login_cgi != nullptr &&

@@ -7,12 +7,12 @@
 #include <span>
 #include <string_view>
 
-#include "platform/controller.h"
 #include "platform/ownership.h"
 
 #include "runtime/cgi.h"
 #include "runtime/escape.h"
 #include "runtime/log.h"
+#include "runtime/request.h"
 #include "runtime/strbuf.h"
 
 #include "auth/field.h"
@@ -186,7 +186,7 @@ int wuic_session_retrieve(pg_conn* db, const cgi* vars, session_record* record, 
     const bool whole = field_copy(record->sid, sid);
     const auto row = whole ? find_session(db, sid) : std::nullopt;
     if (row) *record = *row;
-    if (isWuicConfigFactoryDefault()) {
+    if (request_is_factory_default()) {
         field_copy(record->role, "root");
         record->found = true;
     }

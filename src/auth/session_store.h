@@ -17,7 +17,7 @@ inline constexpr int session_sid_size = 128;  // bytes that wuic_session_create 
 // first and keeps the identifier that was asked for, cut to its field; a longer one finds nothing,
 // and so does a row whose user or role is longer than its field. Under a factory-default
 // configuration every identifier has a session, with the role "root". Returns 0 with a session, -1
-// without; a missing or empty identifier is -1 in any case.
+// without; a missing or empty identifier is -1 in any case. REQUIRES: a request's record exists.
 [[nodiscard]] int wuic_session_retrieve(pg_conn* db, const cgi* vars, session_record* record,
                                         const char* sid);
 

@@ -6,12 +6,11 @@
 #include <ctime>
 #include <string_view>
 
-#include "platform/controller.h"
-
 #include "runtime/cgi.h"
 #include "runtime/error_response.h"
 #include "runtime/escape.h"
 #include "runtime/log.h"
+#include "runtime/request.h"
 #include "runtime/session_record.h"
 #include "runtime/spool.h"
 #include "runtime/strbuf.h"
@@ -138,7 +137,7 @@ bool is_upload_page(const dispatch_row* row) {
 
 int wuic_cgi(const char* program_name, wms_strbuf* response, session_record* session, pg_conn* db,
              cgi* input) {
-    if (isWuicConfigFactoryDefault() && !is_setup_key(program_name)) {
+    if (request_is_factory_default() && !is_setup_key(program_name)) {
         write_setup_page(response);
         return 0;
     }
@@ -155,7 +154,7 @@ int wuic_cgi(const char* program_name, wms_strbuf* response, session_record* ses
 }
 
 bool may_spool_upload(wms_strbuf* response, const session_record* session, const cgi* input) {
-    if (isWuicConfigFactoryDefault()) {
+    if (request_is_factory_default()) {
         write_setup_page(response);
         return false;
     }

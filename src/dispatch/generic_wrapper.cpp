@@ -3,11 +3,11 @@
 #include <cstdint>
 #include <cstring>
 
-#include "platform/controller.h"
 #include "platform/ownership.h"
 
 #include "runtime/cgi.h"
 #include "runtime/error_response.h"
+#include "runtime/request.h"
 #include "runtime/session_record.h"
 #include "runtime/strbuf.h"
 #include "runtime/url.h"
@@ -18,7 +18,7 @@
 
 int generic_wrapper(const char* key, wms_strbuf* response, session_record* session, pg_conn*,
                     cgi* input) {
-    if (!isWuicConfigFactoryDefault() && !session->found) {
+    if (!request_is_factory_default() && !session->found) {
         refuse_permission(response, key);
         return 0;
     }

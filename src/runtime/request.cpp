@@ -2,6 +2,8 @@
 
 #include <unistd.h>
 
+#include "platform/controller.h"
+
 namespace {
 
 // NOLINTNEXTLINE(cppcoreguidelines-avoid-non-const-global-variables): the one global of the program
@@ -32,6 +34,14 @@ request_record* request_current_or_null() {
 // REQUIRES: a record exists. Everything that asks is called between entry and exit.
 request_record& request_current() {
     return *current;
+}
+
+bool request_is_factory_default() {
+    remembered& fact = request_current().factory_default;
+    if (fact == remembered::unknown) {
+        fact = isWuicConfigFactoryDefault() ? remembered::yes : remembered::no;
+    }
+    return fact == remembered::yes;
 }
 
 request_streams request_current_streams() {

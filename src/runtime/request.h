@@ -48,6 +48,7 @@ struct request_record {
     char cookie_buffer[cookie_buffer_size] = {};
     remembered mon_debug = remembered::unknown;
     remembered timing = remembered::unknown;
+    remembered factory_default = remembered::unknown;
     int timing_semaphore = -1;
     mapped_file ap_models;  // tables of names, from their first use on
     mapped_file vendors;
@@ -71,5 +72,8 @@ request_record* request_current_or_null();
 // The same, for those who are called between entry and exit only.
 // REQUIRES: one exists. Tests make one where they call what needs it.
 request_record& request_current();
+// Whether the controller is in its factory-default state, as this request first found it.
+// REQUIRES: a record exists.
+bool request_is_factory_default();
 // The streams of the current request; outside of one those of the process.
 request_streams request_current_streams();
