@@ -114,29 +114,34 @@ unique_fd find_socket(const char* path) {
     return {};
 }
 
-// A full queue is waited for in the call. Where the request's connection is watched, that is looked
-// at every second.
-bool limit_connect(int fd) {
+// A full queue is waited for in the call, which few requests need. Where the request's connection
+// is watched, that is looked at every second.
+bool let_connect_wait(int fd) {
+    if (fcntl(fd, F_SETFL, 0) != 0) return false;
     if (!wait_is_watched()) return true;
     const timeval limit = {.tv_sec = 1, .tv_usec = 0};
     return setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit) == 0;
 }
 
-bool is_worth_another_try(bool alone) {
+// After a failure of connect(2), whose errno is looked at. `waits`: that was a call that waits.
+bool is_worth_another_try(int fd, bool alone, bool* waits) {
     if (errno == EINTR) return true;
-    if (errno != EAGAIN || !alone || !wait_is_watched()) return false;
+    if (errno != EAGAIN || !alone) return false;
+    if (!*waits) return *waits = let_connect_wait(fd);
+    if (!wait_is_watched()) return false;
     return wait_for({}, 0) >= 0 || errno == EINTR;
 }
 
 int connect_path(int fd, const char* path, bool alone) {
     const unique_fd place = find_socket(path);
-    if (!place || (alone && !limit_connect(fd))) return -1;
+    if (!place) return -1;
     sockaddr_un addr = {};
     addr.sun_family = AF_UNIX;
     std::snprintf(addr.sun_path, sizeof addr.sun_path, paths::own_descriptor, place.get());
     const auto* const generic = reinterpret_cast<const sockaddr*>(&addr);
+    bool waits = false;
     while (connect(fd, generic, sizeof addr) != 0) {
-        if (!is_worth_another_try(alone)) return -1;
+        if (!is_worth_another_try(fd, alone, &waits)) return -1;
     }
     return 0;
 }
@@ -154,8 +159,7 @@ int check_peer(int fd) {
 
 // Returns null, or the step that failed, with errno set.
 const char* connect_helper(cli_exchange* exchange, bool alone) {
-    const int type = SOCK_STREAM | SOCK_CLOEXEC | (alone ? 0 : SOCK_NONBLOCK);
-    exchange->fd.reset(socket(AF_UNIX, type, 0));
+    exchange->fd.reset(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     if (!exchange->fd) return "Failed to create socket";
     const int fd = exchange->fd.get();
     const bool connected =
