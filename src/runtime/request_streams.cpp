@@ -37,9 +37,9 @@ const char* streams_variable(const request_streams& streams, const char* name) {
     if (streams.variables == nullptr) return std::getenv(name);
     const std::size_t length = std::strlen(name);
     for (const char* const* entry = streams.variables; *entry != nullptr; ++entry) {
-        if (std::strncmp(*entry, name, length) == 0 && (*entry)[length] == '=') {
-            return *entry + length + 1;
-        }
+        // Most differ in their first letter, which is cheaper to see than to call for.
+        if (**entry != *name || std::strncmp(*entry, name, length) != 0) continue;
+        if ((*entry)[length] == '=') return *entry + length + 1;
     }
     return nullptr;
 }
