@@ -345,7 +345,7 @@ int wuic_cli_data_parse(wuic_cli_data* data, char* text, std::int32_t length) {
     text[length] = '\0';  // a value without text may begin here
     reply_reader reader(text, length);
     const sgml_tokenizer& tokens = reader.tokens;
-    for (int result; (result = sgml_tokenizer_next(&reader.tokens)) > 0;) {
+    for (int result = 0; (result = sgml_tokenizer_next(&reader.tokens)) > 0;) {
         const bool in_reply = result == sgml_tag && tokens.token.closing == 0 &&
                               tokens.depth == 1 && is_named(tokens.stack[0], "re");
         if (in_reply) read_element(&reader, data);

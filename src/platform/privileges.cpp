@@ -140,10 +140,12 @@ bool limit_self() {
     __user_cap_header_struct head{.version = _LINUX_CAPABILITY_VERSION_3, .pid = 0};
     std::array<__user_cap_data_struct, _LINUX_CAPABILITY_U32S_3> words{};
     if (::syscall(SYS_capget, &head, words.data()) != 0) return false;
+    constexpr std::array<std::uint32_t, _LINUX_CAPABILITY_U32S_3> kept{
+        static_cast<std::uint32_t>(own_capabilities),
+        static_cast<std::uint32_t>(own_capabilities >> 32)};
     for (std::size_t i = 0; i < words.size(); ++i) {
-        const auto kept = static_cast<std::uint32_t>(own_capabilities >> (32 * i));
-        words[i].permitted &= kept;
-        words[i].effective &= kept;
+        words[i].permitted &= kept[i];
+        words[i].effective &= kept[i];
         words[i].inheritable = 0;
     }
     return ::syscall(SYS_capset, &head, words.data()) == 0;
