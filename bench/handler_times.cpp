@@ -45,6 +45,7 @@ double time_of(handler* work, request_record* request) {
 
 double median_of(handler* work, request_record* request) {
     std::vector<double> times;
+    times.reserve(runs);
     time_of(work, request);  // a first one to warm up
     for (int i = 0; i < runs; ++i)
         times.push_back(time_of(work, request));

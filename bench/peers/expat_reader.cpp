@@ -59,7 +59,7 @@ bool parse(XML_Parser parser, std::string_view reply) {
 }  // namespace
 
 bool read_model(expat_reader* reader, std::string_view reply, reply_model* model) {
-    const XML_Parser parser = reader->parser.get();
+    XML_ParserStruct* const parser = reader->parser.get();
     model_builder builder(model, reader->texts.data());
     XML_ParserReset(parser, "UTF-8");
     XML_SetUserData(parser, &builder);
@@ -71,7 +71,7 @@ bool read_model(expat_reader* reader, std::string_view reply, reply_model* model
 }
 
 bool read_tokens(expat_reader* reader, std::string_view reply) {
-    const XML_Parser parser = reader->parser.get();
+    XML_ParserStruct* const parser = reader->parser.get();
     token_counts counts{};
     XML_ParserReset(parser, "UTF-8");
     XML_SetUserData(parser, &counts);

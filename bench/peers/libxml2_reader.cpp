@@ -58,7 +58,7 @@ void take_node(xmlTextReaderPtr reader, model_builder* builder) {
 
 bool read_model(libxml2_reader* reader, std::string_view reply, reply_model* model) {
     if (!start(reader, reply)) return false;
-    const xmlTextReaderPtr nodes = reader->reader.get();
+    xmlTextReader* const nodes = reader->reader.get();
     model_builder builder(model, reader->texts.data());
     int result = xmlTextReaderRead(nodes);
     for (; result > 0; result = xmlTextReaderRead(nodes))
