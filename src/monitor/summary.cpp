@@ -112,9 +112,13 @@ void write_command(wms_strbuf* out, const summary_item& item, const command_outc
 
 // Appends what we find out ourselves. Returns 0, or -1 when the document ends here.
 int own_text(wms_strbuf* out, const summary_item& item, std::string_view basic_info) {
-    if (item.kind == item_kind::local) return item.text(out, basic_info);
-    shell_capture(out, item.command);
-    return 0;
+    int result = 0;
+    if (item.kind == item_kind::local) {
+        result = item.text(out, basic_info);
+    } else {
+        shell_capture(out, item.command);
+    }
+    return result;
 }
 
 int write_item(wms_strbuf* out, std::size_t id, summary_items* items, std::string_view basic_info) {
