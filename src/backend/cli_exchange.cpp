@@ -27,6 +27,7 @@ namespace {
 using enum cli_phase;
 
 constexpr std::size_t pieces_max = 8;  // a request's lengths and fields
+constexpr char connecting[] = "Failed to connect socket";
 
 // The sending side is shut down before the socket is closed, on every path.
 void close_socket(cli_exchange* exchange) {
@@ -103,8 +104,7 @@ bool prepare(cli_exchange* exchange, const cli_request& request, const cli_outpu
 
 // ---- the connection
 
-// Everybody may plant a link below /tmp that leads to another service's socket, which may well be
-// root's. None is followed: what is connected to is what stands at the path itself.
+// What stands at the path itself and not behind a link.
 unique_fd find_socket(const char* path) {
     unique_fd place{open(path, O_PATH | O_NOFOLLOW | O_CLOEXEC)};
     struct stat facts = {};
@@ -132,18 +132,33 @@ bool is_worth_another_try(int fd, bool alone, bool* waits) {
     return wait_for({}, 0) >= 0 || errno == EINTR;
 }
 
-int connect_path(int fd, const char* path, bool alone) {
-    const unique_fd place = find_socket(path);
-    if (!place) return -1;
+sockaddr_un address_of(const char* path) {
     sockaddr_un addr = {};
     addr.sun_family = AF_UNIX;
-    std::snprintf(addr.sun_path, sizeof addr.sun_path, paths::own_descriptor, place.get());
+    std::snprintf(addr.sun_path, sizeof addr.sun_path, "%s", path);
+    return addr;
+}
+
+// Gives the exchange a new socket that is connected. Returns null, or the step that failed.
+const char* connect_path(cli_exchange* exchange, const char* path, bool alone) {
+    exchange->fd.reset(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    if (!exchange->fd) return "Failed to create socket";
+    const int fd = exchange->fd.get();
+    const sockaddr_un addr = address_of(path);
     const auto* const generic = reinterpret_cast<const sockaddr*>(&addr);
     bool waits = false;
     while (connect(fd, generic, sizeof addr) != 0) {
-        if (!is_worth_another_try(fd, alone, &waits)) return -1;
+        if (!is_worth_another_try(fd, alone, &waits)) return connecting;
     }
-    return 0;
+    return nullptr;
+}
+
+// Whether the service has bound its socket to this very path, whatever led there.
+bool is_bound_to(int fd, const char* path) {
+    sockaddr_un name = {};
+    socklen_t size = sizeof name;
+    return getpeername(fd, reinterpret_cast<sockaddr*>(&name), &size) == 0 &&
+           size <= sizeof name && std::strncmp(name.sun_path, path, sizeof name.sun_path) == 0;
 }
 
 // Everybody may make a socket below /tmp, so one that is neither root's nor ours gets nothing of
@@ -157,14 +172,22 @@ int check_peer(int fd) {
     return -1;
 }
 
+// Everybody may plant a link below /tmp that leads to another service's socket, which may well be
+// root's. The name that a service has bound tells ours from others; where it is another one, as it
+// is after a renaming, what stands at the path itself counts.
 // Returns null, or the step that failed, with errno set.
 const char* connect_helper(cli_exchange* exchange, bool alone) {
-    exchange->fd.reset(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-    if (!exchange->fd) return "Failed to create socket";
-    const int fd = exchange->fd.get();
-    const bool connected =
-        connect_path(fd, paths::cli_helper_socket, alone) == 0 && check_peer(fd) == 0;
-    return connected ? nullptr : "Failed to connect socket";
+    const char* const path = paths::cli_helper_socket;
+    const char* failed = connect_path(exchange, path, alone);
+    if (failed == nullptr && !is_bound_to(exchange->fd.get(), path)) {
+        const unique_fd place = find_socket(path);
+        if (!place) return connecting;
+        char pinned[sizeof sockaddr_un::sun_path];
+        std::snprintf(pinned, sizeof pinned, paths::own_descriptor, place.get());
+        failed = connect_path(exchange, pinned, alone);
+    }
+    if (failed != nullptr) return failed;
+    return check_peer(exchange->fd.get()) == 0 ? nullptr : connecting;
 }
 
 // ---- the bytes
