@@ -8,11 +8,13 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fcgiapp.h>
+#include <fcntl.h>
 #include <optional>
-#include <poll.h>
 #include <string_view>
 #include <sys/socket.h>
 #include <unistd.h>
+
+#include "platform/ownership.h"
 
 #include "runtime/database.h"
 #include "runtime/log.h"
@@ -32,6 +34,7 @@ constexpr bool is_checked = false;
 
 constexpr int requests_default = 1000;
 constexpr int requests_max = 1'000'000;
+constexpr int no_socket = -1;  // the library must not accept
 
 struct worker {
     FCGX_Request connection{};
@@ -116,18 +119,27 @@ std::optional<int> request_limit() {
     return limit;
 }
 
+// The next connection; none when there will be no more.
+unique_fd accept_connection() {
+    for (;;) {
+        unique_fd fd{::accept4(STDIN_FILENO, nullptr, nullptr, SOCK_CLOEXEC)};
+        if (fd || (errno != EINTR && errno != ECONNABORTED)) return fd;
+    }
+}
+
 // Waits for a request. Returns false when there will be none.
 bool accept_request(worker& self) {
-    for (;;) {
-        if (FCGX_Accept_r(&self.connection) == 0) break;
-        if (!is_listening(STDIN_FILENO)) return false;
-        if (errno != EAGAIN && errno != EINTR) return false;
-        pollfd entry = {.fd = STDIN_FILENO, .events = POLLIN, .revents = 0};
-        static_cast<void>(::poll(&entry, 1, -1));
-    }
+    FCGX_Request& connection = self.connection;
+    do {
+        // The library, when it accepts by itself, drops a connection that a signal or two seconds
+        // come before the first byte of.
+        connection.ipcFd = accept_connection().release();
+        if (connection.ipcFd < 0) return false;
+        connection.keepConnection = 1;  // a connection that is there is read from
+    } while (FCGX_Accept_r(&connection) != 0);
     // The library keeps a connection open where the server asks for it. One that stays idle would
     // keep this process from all others, and a process that retires would cut off the next request.
-    self.connection.keepConnection = 0;
+    connection.keepConnection = 0;
     return true;
 }
 
@@ -153,6 +165,15 @@ bool serve_checked(worker& self) {
     return false;
 }
 
+// Who may connect is up to the owner and mode of a socket that is a file; and only such a one tells
+// at once when its other end is closed. Waiting for a connection is left to accept(2).
+bool make_socket_ready() {
+    int domain = 0;
+    socklen_t size = sizeof domain;
+    if (::getsockopt(STDIN_FILENO, SOL_SOCKET, SO_DOMAIN, &domain, &size) != 0) return false;
+    return domain == AF_UNIX && ::fcntl(STDIN_FILENO, F_SETFL, 0) == 0;
+}
+
 // What can be had before the first request. Databases that are down are that request's business.
 bool prepare(worker& self) {
     request_record record;
@@ -161,7 +182,7 @@ bool prepare(worker& self) {
     // The library sets handlers only where there are none yet.
     if (!handle_signals() || FCGX_Init() != 0 || !database_init()) return false;
     static_cast<void>(databases_renew(&self.databases, &record.response));
-    return FCGX_InitRequest(&self.connection, STDIN_FILENO, 0) == 0;
+    return FCGX_InitRequest(&self.connection, no_socket, 0) == 0;
 }
 
 }  // namespace
@@ -174,6 +195,10 @@ int worker_run(const char* caller_role, const char* argument0) {
     const std::optional<int> limit = request_limit();
     if (!limit) {
         std::fprintf(stderr, "WMS_WORKER_REQUESTS is not a number from 1 to %d\n", requests_max);
+        return 1;
+    }
+    if (!make_socket_ready()) {
+        std::fputs("The listening socket is not a UNIX socket\n", stderr);
         return 1;
     }
     worker self{.databases = {}, .caller_role = caller_role, .entry = entry_name_of(argument0)};
