@@ -35,8 +35,8 @@ std::size_t bracket_length(std::string_view text) {
 }  // namespace
 
 bool screening_finds_tag(std::string_view query) {
-    for (std::size_t at = query.find_first_of("<%"); at != std::string_view::npos;
-         at = query.find_first_of("<%", at + 1)) {
+    for (std::size_t at = 0; at < query.size(); ++at) {
+        if (query[at] != '<' && query[at] != '%') continue;
         const std::size_t bracket = bracket_length(query.substr(at));
         if (bracket > 0 && starts_with_tag(query.substr(at + bracket))) return true;
     }
@@ -47,7 +47,7 @@ bool screening_finds_tag(std::string_view query) {
 // decide what a backtracking expression would try in every combination.
 bool screening_finds_event_handler(std::string_view decoded) {
     constexpr auto none = std::string_view::npos;
-    std::size_t at = decoded.find_first_of("\"'");
+    std::size_t at = std::min(decoded.find('"'), decoded.find('\''));
     if (at == none) return false;
     at = decoded.find("on", at + 1);
     if (at == none) return false;
