@@ -1,5 +1,6 @@
 #include "runtime/database.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdlib>
@@ -11,6 +12,7 @@
 
 #include "runtime/error_response.h"
 #include "runtime/log.h"
+#include "runtime/wait.h"
 
 namespace {
 
@@ -101,7 +103,7 @@ bool advance(pending_connections* all) {
     std::array<pollfd, databases_table.size()> entries = {};
     for (std::size_t i = 0; i < all->size(); ++i)
         entries[i] = poll_entry((*all)[i]);
-    if (poll(entries.data(), entries.size(), -1) < 0) return errno == EINTR;
+    if (wait_for(entries) < 0) return errno == EINTR;
     for (std::size_t i = 0; i < all->size(); ++i) {
         pending_connection& pending = (*all)[i];
         if (entries[i].revents != 0) pending.wants = PQconnectPoll(pending.conn.get());
@@ -138,6 +140,12 @@ bool take_in_news(controller_databases* databases) {
         }
     }
     return came;
+}
+
+bool are_open(const controller_databases& databases) {
+    return std::ranges::all_of(databases_table, [&databases](const database_row& row) {
+        return PQstatus((databases.*row.slot).get()) == CONNECTION_OK;
+    });
 }
 
 // Opens those that are not open. Returns 0, or -1 at the first one that failed.
@@ -190,8 +198,11 @@ int databases_open(controller_databases* databases, wms_strbuf* response) {
 int databases_renew(controller_databases* databases, wms_strbuf* response) {
     // The farewell and the end come one after the other; a server that talks on is not waited for.
     constexpr int rounds = 8;
-    for (int round = 0; round < rounds && take_in_news(databases); ++round) {
-    }
+    int round = 0;
+    while (round < rounds && take_in_news(databases))
+        ++round;
+    // Nothing was said, so the settings are what they were when they were looked at.
+    if (round == 0 && are_open(*databases)) return 0;
     return open_missing(databases, response);
 }
 
