@@ -24,6 +24,7 @@ std::size_t format_entry(char (&line)[history_line_max], int type, const char* r
     const std::time_t now = std::time(nullptr);
     std::tm local{};
     char when[32] = "";
+    ::tzset();  // a worker outlives a change of the time zone
     if (localtime_r(&now, &local) != nullptr) {
         std::strftime(when, sizeof when, "%Y-%m-%d %H:%M:%S", &local);
     }

@@ -128,6 +128,7 @@ void wuic_ooo_mon_debug(const char* format, ...) {
 
     const std::time_t now = std::time(nullptr);
     std::tm local = {};
+    ::tzset();  // a worker outlives a change of the time zone
     static_cast<void>(localtime_r(&now, &local));
     wuic_ooo("%02d/%02d/%02d %02d:%02d:%02d - %s\n", local.tm_mon + 1, local.tm_mday,
              local.tm_year % 100, local.tm_hour, local.tm_min, local.tm_sec, message);
