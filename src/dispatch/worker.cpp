@@ -154,6 +154,20 @@ void serve(worker& self) {
     databases_settle(&self.databases);
 }
 
+bool has_body(const FCGX_Request& connection) {
+    const char* const length = FCGX_GetParam("CONTENT_LENGTH", connection.envp);
+    return length != nullptr && *length != '\0' && std::string_view{length} != "0";
+}
+
+// Sends what is left of the answer and closes the connection. A server that still sends would lose
+// the answer by that, so the library waits until it has closed its side. There is no need to where
+// the end of the request has been seen; it is there with the variables when no body follows them.
+void finish(FCGX_Request& connection) {
+    const bool seen_end = !has_body(connection) && FCGX_GetChar(connection.in) == EOF;
+    if (seen_end) FCGX_Detach(&connection);
+    FCGX_Finish_r(&connection);
+}
+
 // As serve. Returns false when the request left something behind.
 bool serve_checked(worker& self) {
     const worker_state before = worker_state_now(self.databases);
@@ -209,7 +223,7 @@ int worker_run(const char* caller_role, const char* argument0) {
     for (int served = 0; served < *limit; ++served) {
         if (!accept_request(self)) return is_listening(STDIN_FILENO) ? 1 : 0;
         const bool clean = is_checked ? serve_checked(self) : (serve(self), true);
-        FCGX_Finish_r(&self.connection);
+        finish(self.connection);
         if (!clean) return 1;
     }
     return 0;
