@@ -29,28 +29,13 @@ using enum cli_phase;
 constexpr std::size_t pieces_max = 8;  // a request's lengths and fields
 constexpr char connecting[] = "Failed to connect socket";
 
-// The sending side is shut down before the socket is closed, on every path.
-void close_socket(cli_exchange* exchange) {
-    const int saved = errno;
-    if (exchange->fd) shutdown(exchange->fd.get(), SHUT_WR);
-    exchange->fd.reset();
-    errno = saved;
-}
-
-void end(cli_exchange* exchange, int result) {
-    close_socket(exchange);
-    exchange->result = result;
-    exchange->phase = ended;
-}
-
 // Ends it with "what: reason" as the message, with the reason of errno.
 void fail(cli_exchange* exchange, const cli_outputs& out, const char* what) {
-    exchange->error = errno;
+    exchange_fail(exchange);
     if (out.msg_size > 0) {
         std::snprintf(out.msg, static_cast<std::size_t>(out.msg_size), "%s: %s", what,
-                      std::strerror(errno));
+                      std::strerror(exchange->error));
     }
-    end(exchange, -1);
 }
 
 // ---- the command
@@ -88,12 +73,11 @@ bool prepare(cli_exchange* exchange, const cli_request& request, const cli_outpu
         command = exchange->rewritten.get();
     }
     if (command == nullptr) {
-        exchange->error = errno;
+        exchange_fail(exchange);
         if (out.msg_size > 0) {
             std::snprintf(out.msg, static_cast<std::size_t>(out.msg_size),
                           "Failed to configure mgmt-user.");
         }
-        end(exchange, -1);
         return false;
     }
     exchange->fields = {text_or_empty(request.user), text_or_empty(request.ip),
@@ -157,8 +141,8 @@ const char* connect_path(cli_exchange* exchange, const char* path, bool alone) {
 bool is_bound_to(int fd, const char* path) {
     sockaddr_un name = {};
     socklen_t size = sizeof name;
-    return getpeername(fd, reinterpret_cast<sockaddr*>(&name), &size) == 0 &&
-           size <= sizeof name && std::strncmp(name.sun_path, path, sizeof name.sun_path) == 0;
+    return getpeername(fd, reinterpret_cast<sockaddr*>(&name), &size) == 0 && size <= sizeof name &&
+           std::strncmp(name.sun_path, path, sizeof name.sun_path) == 0;
 }
 
 // Everybody may make a socket below /tmp, so one that is neither root's nor ours gets nothing of
@@ -286,7 +270,7 @@ void end_head(cli_exchange* exchange, const cli_outputs& out) {
 
 void end_body(cli_exchange* exchange, const cli_outputs& out) {
     const std::int32_t length = reply_word(*exchange, 0);
-    if (length <= 0) return end(exchange, 0);
+    if (length <= 0) return exchange_end(exchange, 0);
     if (length < out.msg_size) return enter(exchange, message);
     errno = 0;  // no system call failed
     fail(exchange, out, "Failed to read socket");
@@ -294,7 +278,7 @@ void end_body(cli_exchange* exchange, const cli_outputs& out) {
 
 void end_message(cli_exchange* exchange, const cli_outputs& out) {
     out.msg[reply_word(*exchange, 0)] = '\0';
-    end(exchange, 0);
+    exchange_end(exchange, 0);
 }
 
 void end_phase(cli_exchange* exchange, const cli_outputs& out) {
@@ -317,7 +301,7 @@ bool receive_some(cli_exchange* exchange, const cli_outputs& out) {
     const std::span<iovec> rest = rest_of(pieces, exchange->moved);
     if (rest.empty()) {
         end_phase(exchange, out);
-        return exchange->phase != ended;
+        return !exchange->ended;
     }
     msghdr message = message_of(rest);
     const ssize_t got = recvmsg(exchange->fd.get(), &message, MSG_DONTWAIT);
@@ -334,22 +318,13 @@ bool receive_some(cli_exchange* exchange, const cli_outputs& out) {
 
 }  // namespace
 
-cli_exchange::~cli_exchange() {
-    close_socket(this);
-}
-
-bool exchange_is_shortage(int error) {
-    return error == EAGAIN || error == EMFILE || error == ENFILE || error == ENOBUFS ||
-           error == ENOMEM;
-}
-
 exchange_start cli_exchange_begin(cli_exchange* exchange, const cli_request& request,
                                   const cli_outputs& out, bool alone) {
     const bool is_fresh = exchange->phase == fresh;
     if (is_fresh && !prepare(exchange, request, out)) return exchange_start::begun;
     const char* failed = connect_helper(exchange, alone);
     if (failed != nullptr && !alone && exchange_is_shortage(errno)) {
-        close_socket(exchange);
+        exchange_close(exchange);
         return exchange_start::later;
     }
     if (failed == nullptr && !state_lengths(exchange)) failed = "Failed to write socket";
@@ -368,7 +343,7 @@ void cli_exchange_step(cli_exchange* exchange, const cli_outputs& out) {
     while (goes_on && exchange->phase == sending)
         goes_on = send_some(exchange, out);
     // Between sending and receiving, the answer is not there yet.
-    while (goes_on && exchange->phase != sending && exchange->phase != ended)
+    while (goes_on && exchange->phase != sending && !exchange->ended)
         goes_on = receive_some(exchange, out);
 }
 
@@ -377,5 +352,5 @@ short cli_exchange_events(const cli_exchange& exchange) {
 }
 
 bool cli_exchange_is_sent(const cli_exchange& exchange) {
-    return exchange.phase >= head;
+    return exchange.ended || exchange.phase >= head;
 }

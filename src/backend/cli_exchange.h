@@ -9,47 +9,18 @@
 
 #include "platform/ownership.h"
 
-// Where the outcome of an exchange goes; all borrowed until it has ended.
-struct cli_outputs {
-    char** text;           // malloc'ed, NUL-terminated output; left alone when there is none
-    std::int32_t* length;  // the output length as the reply states it
-    char* msg;             // the helper's message or the failure text; left alone without one
-    std::int32_t msg_size;
-};
+#include "backend/exchange.h"
 
-// What is sent: NUL-terminated texts, null for an empty one; borrowed as the outputs.
-struct cli_request {
-    const char* user;
-    const char* ip;
-    const char* sid;
-    const char* command;
-};
+enum class cli_phase : std::uint8_t { fresh, ready, sending, head, body, message };
 
-// What became of an attempt to begin. `later`: the service's queue is full, or the process is short
-// of descriptors or memory, as may well be because of exchanges of its own that are under way.
-enum class exchange_start : std::uint8_t { begun, later };
-
-// Whether a failure of this errno may pass once an exchange of our own has ended.
-bool exchange_is_shortage(int error);
-
-enum class cli_phase : std::uint8_t { fresh, ready, sending, head, body, message, ended };
-
-struct cli_exchange {
+struct cli_exchange : exchange_state {
     cli_phase phase = cli_phase::fresh;
-    int result = -1;          // once ended
-    int error = 0;            // errno of the failure
-    unique_fd fd;             // open from `sending` on until it has ended
     malloc_text rewritten;    // the command, where it is not sent as it was given
     malloc_text text;         // the output, until all of it is there
     std::size_t moved = 0;    // bytes of this phase that are through
     std::int32_t length = 0;  // of the output; 0 for none
     std::array<std::string_view, 4> fields{};
     std::array<std::uint32_t, 4> words{};  // the fields' lengths, later the reply's words
-
-    cli_exchange() = default;
-    ~cli_exchange();  // shuts down the sending side before it closes, as every ending does
-    cli_exchange(const cli_exchange&) = delete;
-    cli_exchange& operator=(const cli_exchange&) = delete;
 };
 
 // Connects and sends what can be sent at once; a failure ends the exchange. With `alone` a full

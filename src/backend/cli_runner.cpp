@@ -15,8 +15,13 @@ slot& slot_at(cli_runner* runner, std::size_t index) {
     return *runner->slots[(runner->first + index) % runner->slots.size()];
 }
 
+const exchange_state& state_of(const slot& each) {
+    if (each.command.is_fast) return each.fast;
+    return each.helper;
+}
+
 bool is_ended(const slot& each) {
-    return each.command.is_fast ? each.fast.ended : each.helper.phase == cli_phase::ended;
+    return state_of(each).ended;
 }
 
 bool is_sent(const slot& each) {
@@ -38,10 +43,8 @@ void step(slot* each) {
 }
 
 pollfd entry_of(const slot& each) {
-    if (each.command.is_fast) {
-        return {.fd = each.fast.fd.get(), .events = POLLIN, .revents = 0};
-    }
-    return {.fd = each.helper.fd.get(), .events = cli_exchange_events(each.helper), .revents = 0};
+    const short events = each.command.is_fast ? POLLIN : cli_exchange_events(each.helper);
+    return {.fd = state_of(each).fd.get(), .events = events, .revents = 0};
 }
 
 std::size_t in_flight(cli_runner* runner) {
@@ -118,10 +121,9 @@ int cli_runner_take(cli_runner* runner) {
         poll_once(runner, wait_for_ever);
         begin_in_turn(runner);
     }
-    const slot& oldest = slot_at(runner, 0);
-    const bool is_fast = oldest.command.is_fast;
-    const int result = is_fast ? oldest.fast.result : oldest.helper.result;
-    const int error = is_fast ? oldest.fast.error : oldest.helper.error;
+    const exchange_state& oldest = state_of(slot_at(runner, 0));
+    const int result = oldest.result;
+    const int error = oldest.error;
     runner->slots[runner->first].reset();
     runner->first = (runner->first + 1) % runner->slots.size();
     --runner->count;

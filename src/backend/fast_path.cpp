@@ -82,28 +82,14 @@ long long milliseconds_now() {
     return static_cast<long long>(now.tv_sec) * 1000 + now.tv_nsec / 1000000;
 }
 
-// Whatever step fails, sending is shut down first and the descriptor closed after it.
-void close_socket(fast_path_exchange* exchange) {
-    const int saved = errno;  // the failure is reported after the clean-up
-    if (exchange->fd) shutdown(exchange->fd.get(), SHUT_WR);
-    exchange->fd.reset();
-    errno = saved;
-}
-
-void end(fast_path_exchange* exchange, int result) {
-    close_socket(exchange);
-    exchange->result = result;
-    exchange->ended = true;
-}
-
 // Ends it with the step that failed as the message, and the reason of errno.
 void fail(fast_path_exchange* exchange, const cli_outputs& out, const char* what) {
-    exchange->error = errno;
+    exchange_fail(exchange);
     if (out.msg != nullptr && out.msg_size > 0) {
         std::snprintf(out.msg, static_cast<std::size_t>(out.msg_size),
-                      "<re><ERROR>Error: %s, %s</ERROR></re>", what, std::strerror(errno));
+                      "<re><ERROR>Error: %s, %s</ERROR></re>", what,
+                      std::strerror(exchange->error));
     }
-    end(exchange, -1);
 }
 
 // Returns null, or the step that failed, with errno set.
@@ -138,15 +124,11 @@ int set_socket_timeout(int fd, long seconds, long microseconds) {
     return setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
 }
 
-fast_path_exchange::~fast_path_exchange() {
-    close_socket(this);
-}
-
 exchange_start fast_path_begin(fast_path_exchange* exchange, const cli_request& request,
                                const cli_outputs& out, bool alone) {
     const char* const failed = send_off(exchange, request);
     if (failed != nullptr && !alone && exchange_is_shortage(errno)) {
-        close_socket(exchange);
+        exchange_close(exchange);
         return exchange_start::later;
     }
     if (failed != nullptr) {
@@ -175,7 +157,7 @@ void fast_path_step(fast_path_exchange* exchange, const cli_outputs& out) {
     text.get()[got] = '\0';
     *out.length = static_cast<std::int32_t>(got);
     *out.text = text.release();
-    end(exchange, 0);
+    exchange_end(exchange, 0);
 }
 
 int fast_path_shorten(const fast_path_exchange& exchange, int milliseconds) {

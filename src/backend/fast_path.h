@@ -3,9 +3,7 @@
 
 #include <cstdint>
 
-#include "platform/ownership.h"
-
-#include "backend/cli_exchange.h"
+#include "backend/exchange.h"
 
 // Runs `command` as `user` in `role`; each is cut to its field (63, 32 and 1023 bytes). Waits up to
 // 1,200 seconds. Outputs as wuic_cli_execute, but `out_len` is the true length, and the text of a
@@ -20,17 +18,8 @@
 int set_socket_timeout(int fd, long seconds, long microseconds);
 
 // One exchange, taken step by step as a cli_exchange is.
-struct fast_path_exchange {
-    bool ended = false;
-    int result = -1;         // once ended
-    int error = 0;           // errno of the failure
-    unique_fd fd;            // open until it has ended
+struct fast_path_exchange : exchange_state {
     long long deadline = 0;  // of the reply, in milliseconds of the monotonic clock
-
-    fast_path_exchange() = default;
-    ~fast_path_exchange();
-    fast_path_exchange(const fast_path_exchange&) = delete;
-    fast_path_exchange& operator=(const fast_path_exchange&) = delete;
 };
 
 // Sends the datagram, the role being the request's `sid`. Result and `alone` as in
