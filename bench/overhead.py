@@ -12,7 +12,6 @@ import re
 import statistics
 import subprocess
 import sys
-import time
 from pathlib import Path
 
 sys.path.insert(0, "bench/peers")
@@ -70,7 +69,7 @@ class Profile:
 def ask(count):
     """That many requests, one after the other on one connection; all must succeed."""
     output = subprocess.run(["curl", "-sS", "-H", "Cookie: " + setup.COOKIE,
-                             setup.URL % setup.PORTS["our_worker"] + "#[1-%d]" % count],
+                             setup.url("our_worker") + "#[1-%d]" % count],
                             stdout=subprocess.PIPE, check=True, text=True).stdout
     if output != setup.REPLY * count:
         raise SystemExit("the worker under callgrind answers " + output[-400:])
@@ -106,29 +105,38 @@ def print_instructions(total, parts):
     print("| our own code | %d |\n| in all | %d |" % (total - sum(parts.values()), total))
 
 
+def ticks_of(folder, name):
+    """User and system time that a process has had so far, if it is a worker of that peer."""
+    try:
+        stat = (folder / "stat").read_text()
+        environment = (folder / "environ").read_bytes().split(b"\0")
+    except OSError:  # it has just ended
+        return 0, 0
+    if b"PEER=" + name.encode() not in environment or "(multiwatch)" in stat:
+        return 0, 0
+    user, system = stat.rpartition(")")[2].split()[11:13]
+    return int(user), int(system)
+
+
 def times(name):
     """User and system time in microseconds that the workers of a peer have had so far."""
-    found = [0, 0]
-    for path in Path("/proc").glob("[0-9]*/stat"):
-        environment = path.with_name("environ").read_bytes().split(b"\0")
-        if b"PEER=" + name.encode() in environment and b"multiwatch" not in path.read_bytes():
-            fields = path.read_text().rpartition(")")[2].split()
-            found = [sum(pair) for pair in zip(found, map(int, fields[11:13]))]
-    return [ticks * 1e6 / os.sysconf("SC_CLK_TCK") for ticks in found]
+    found = [ticks_of(folder, name) for folder in Path("/proc").glob("[0-9]*")]
+    return [sum(ticks) * 1e6 / os.sysconf("SC_CLK_TCK") for ticks in zip(*found)]
 
 
-def processor_time(name, seconds):
+def processor_time(name, seconds, size):
     """User and system time of one request in microseconds, at one connection."""
     before = times(name)
-    _, rate = beside_peers.load(name, 1, seconds)
-    return [(after - first) / (rate * seconds) for first, after in zip(before, times(name))]
+    requests = sum(beside_peers.load(name, 1, piece, size).requests
+                   for piece in beside_peers.pieces(seconds))
+    return [(after - first) / requests for first, after in zip(before, times(name))]
 
 
-def print_times(rounds, seconds):
+def print_times(rounds, seconds, sizes):
     found = {name: [] for name in TIMED}
     for _ in range(rounds):
         for name, results in found.items():
-            results.append(processor_time(name, seconds))
+            results.append(processor_time(name, seconds, sizes[name]))
     print("\n## Processor time of a request [us]: medians of %d rounds of %d s\n" %
           (rounds, seconds))
     print("| | user | system |\n|---|---|---|")
@@ -149,10 +157,10 @@ def main():
     setup.serve_fastcgi("bare_fastcgi", [setup.BUILD / "bare_fastcgi"])
     setup.serve_fastcgi("minimal_fastcgi", [setup.BUILD / "minimal_fastcgi"])
     setup.serve_fastcgi("our_worker", [setup.OUR_PROGRAM], WMS_WORKER_REQUESTS="1000000")
-    time.sleep(1)  # the server turns to a socket again that nobody served
-    setup.check_answers(TIMED)
-    user = print_times(rounds, seconds)
-    print("\nOur own code: %.1f us, its part of the instructions of the user time." %
+    # The server leaves a socket alone for a while that nobody served.
+    setup.wait_until(lambda: all(map(setup.answer, TIMED)), "one of the workers")
+    user = print_times(rounds, seconds, setup.check_answers(TIMED))
+    print("\nOur own code, estimated: %.1f us, its part of the instructions of the user time." %
           (user * (total - sum(parts.values())) / total))
 
 

@@ -1,10 +1,10 @@
 """Inside the sandbox: starts the helper, the peers and the one HTTP server before all of them."""
 
+import http.client
 import os
 import shutil
 import subprocess
 import time
-import urllib.request
 from pathlib import Path
 
 PEERS = Path("/run/wms/peers")
@@ -13,13 +13,15 @@ SOURCES = Path("bench/peers")
 OUR_PROGRAM = "/vantor/webui/wms/wms.cgi"
 SESSION = "3f0c6a52-7d1b-4c43-9a55-0d6f1c8e2b90"
 PAGE = "screens/cmnutil/execCommandReturnResult.xml"
-URL = "http://127.0.0.1:%d/" + PAGE + "?show%%20clock&UIDQORIN=" + SESSION
+TARGET = "/" + PAGE + "?show%20clock&UIDQORIN=" + SESSION
 REPLY = '<re><data name="Time">Mon Nov 23 04:48:13 2026</data></re>'
 COOKIE = "SESSION=" + SESSION
 WORKERS = 2
 PORTS = {"static": 8000, "bare_cgi": 8001, "minimal_cgi": 8002, "our_cgi": 8003,
          "bare_fastcgi": 8004, "minimal_fastcgi": 8005, "our_worker": 8006, "php": 8007,
-         "php_one": 8008}
+         "php_one": 8008, "our_default": 8009}
+# After how many requests a worker of ours retires: as it is deployed. `our_default` is not told.
+DEPLOYED = {"WMS_WORKER_REQUESTS": "10000"}
 # None of the peers ends by itself, so that nothing but ours pays for workers that come and go.
 PHP = ["/usr/bin/php-cgi", "-d", "expose_php=0", "-d", "default_charset=",
        "-d", "display_errors=stderr"]
@@ -27,6 +29,10 @@ PHP = ["/usr/bin/php-cgi", "-d", "expose_php=0", "-d", "default_charset=",
 # the four. So there is also a script that takes up no more than the one that it asks.
 PHP_DATABASES = {"php": "wms gapdb cfgmdb userdbv3", "php_one": "wms"}
 PHP_VARIABLES = {"PHP_FCGI_CHILDREN": "0", "PHP_FCGI_MAX_REQUESTS": "0"}
+
+
+def url(name):
+    return "http://127.0.0.1:%d%s" % (PORTS[name], TARGET)
 
 
 def start(command, name, **variables):
@@ -96,29 +102,43 @@ def start_server():
     wait_until(lambda: answer("static") is not None, "lighttpd")
 
 
-def start_all(**worker_variables):
+def start_all():
     prepare()
     serve_fastcgi("bare_fastcgi", [BUILD / "bare_fastcgi"])
     serve_fastcgi("minimal_fastcgi", [BUILD / "minimal_fastcgi"])
-    serve_fastcgi("our_worker", [OUR_PROGRAM], **worker_variables)
+    serve_fastcgi("our_worker", [OUR_PROGRAM], **DEPLOYED)
+    serve_fastcgi("our_default", [OUR_PROGRAM])
     for name, databases in PHP_DATABASES.items():
         serve_fastcgi(name, PHP, DATABASES=databases, **PHP_VARIABLES)
     start_server()
 
 
 def answer(name):
-    """The body and type that a peer answers with; None when it does not answer with 200."""
-    request = urllib.request.Request(URL % PORTS[name], headers={"Cookie": COOKIE})
+    """The body and type that a peer answers with, and how many bytes the whole answer has; None
+    when it does not answer with 200."""
+    server = http.client.HTTPConnection("127.0.0.1", PORTS[name], timeout=5)
     try:
-        with urllib.request.urlopen(request, timeout=5) as response:
-            return response.read().decode(), response.headers["Content-Type"]
-    except OSError:
+        server.request("GET", TARGET, headers={"Cookie": COOKIE})
+        response = server.getresponse()
+        body = response.read()
+    except (OSError, http.client.HTTPException):
         return None
+    finally:
+        server.close()
+    if response.status != 200:
+        return None
+    fields = "".join("%s: %s\r\n" % field for field in response.getheaders())
+    head = "HTTP/1.1 200 OK\r\n%s\r\n" % fields
+    return body.decode(), response.headers["Content-Type"], len(head) + len(body)
 
 
 def check_answers(names):
+    """Returns the sizes of the answers by name; a wrong one ends everything."""
+    sizes = {}
     for name in names:
         expected = ("<re></re>\n" if name.startswith("bare") else REPLY), "text/xml"
         found = answer(name)
-        if found != expected:
+        if found is None or found[:2] != expected:
             raise SystemExit("%s answers with %r instead of %r" % (name, found, expected))
+        sizes[name] = found[2]
+    return sizes
