@@ -5,7 +5,7 @@
 #   bench/run.sh processes  whole requests, from exec to exit
 #   bench/run.sh replies    reading replies, beside libraries that read XML
 #   bench/run.sh search     searches of the database of access points
-#   bench/run.sh dashboard  handlers that send many commands, beside a slow controller
+#   bench/run.sh dashboard  documents of many commands, from a slow controller
 #   bench/run.sh growth     how costs grow with their inputs, what is allocated, peak memory; fails
 #                           where a cost grows much faster than its input
 #   bench/run.sh load       64 clients for a minute, or for as many seconds as are given
@@ -58,8 +58,9 @@ measure_search() {
 }
 
 measure_dashboard() {
+    build_preset release
     build_preset bench
-    enter_sandbox --preset bench --services "syslog program" -- bench/dashboard.sh
+    enter_sandbox --services "syslog postgres program" -- /usr/bin/python3 bench/dashboard.py
 }
 
 measure_growth() {

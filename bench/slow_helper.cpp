@@ -1,18 +1,20 @@
 // A controller on which every command takes so many milliseconds: the CLI helper, side by side or
-// one command after the other, and the fast path. Prints "ready" when it serves, and runs until it
-// is killed.
+// one command after the other, and the fast path. The command "commands" is answered at once, with
+// those that came since it was asked last. Prints "ready" when it serves, and runs until it is
+// killed.
 //
 //   slow_helper side|serial MILLISECONDS
 #include <arpa/inet.h>
-#include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <mutex>
 #include <string>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <thread>
+#include <utility>
 
 #include "platform/ownership.h"
 #include "platform/paths.h"
@@ -24,11 +26,22 @@ namespace {
 constexpr int rows = 16;  // of every reply
 
 struct controller {
-    bool side_by_side;
-    std::chrono::milliseconds time;
+    bool side_by_side = false;
+    std::chrono::milliseconds time{};
     std::string output = "<re><t>";
-    std::atomic<int> commands = 0;  // since it was asked last
+    std::mutex lock;       // of what is below
+    std::string commands;  // since they were asked for, a line each
 };
+
+void note(controller* self, std::string_view command) {
+    const std::scoped_lock held(self->lock);
+    self->commands.append(command).append("\n");
+}
+
+std::string take_commands(controller* self) {
+    const std::scoped_lock held(self->lock);
+    return std::exchange(self->commands, {});
+}
 
 std::string word(std::size_t value) {
     const std::uint32_t bytes = htonl(static_cast<std::uint32_t>(value));
@@ -49,10 +62,11 @@ std::string read_command(int fd) {
 
 void serve(controller* self, const unique_fd& peer) {
     std::string output = self->output;
-    if (read_command(peer.get()) == "count") {
-        output = std::to_string(self->commands.exchange(0));
+    const std::string command = read_command(peer.get());
+    if (command == "commands") {
+        output = take_commands(self);
     } else {
-        ++self->commands;
+        note(self, command);
         std::this_thread::sleep_for(self->time);
     }
     const std::string reply = word(0) + word(output.size()) + output + word(0);
@@ -65,7 +79,7 @@ void serve_fast_path(controller* self) {
     for (;;) {
         sockaddr_in from = {};
         if (tp_socket_read(fd.get(), request, sizeof request, &from, true) < 0) std::exit(1);
-        ++self->commands;
+        note(self, "through the fast path");
         std::this_thread::sleep_for(self->time);
         const auto* const to = reinterpret_cast<const sockaddr*>(&from);
         sendto(fd.get(), self->output.data(), self->output.size(), 0, to, sizeof from);
@@ -87,8 +101,9 @@ unique_fd listen_for_commands() {
 
 int main(int argc, char** argv) {
     if (argc != 3) return 2;
-    static controller self{.side_by_side = std::strcmp(argv[1], "side") == 0,
-                           .time = std::chrono::milliseconds(std::atoi(argv[2]))};
+    static controller self;
+    self.side_by_side = std::strcmp(argv[1], "side") == 0;
+    self.time = std::chrono::milliseconds(std::atoi(argv[2]));
     for (int i = 0; i < rows; ++i)
         self.output += "<r><c>row " + std::to_string(i) + "</c><c>of a reply</c></r>";
     self.output += "</t></re>";
