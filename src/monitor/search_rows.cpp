@@ -2,7 +2,6 @@
 
 #include <cstdio>
 #include <cstring>
-#include <string_view>
 
 #include "runtime/error_response.h"
 #include "runtime/escape.h"
@@ -125,7 +124,7 @@ int search_insert_counts(wms_strbuf* out, std::int32_t at, const search_counts& 
     return 0;
 }
 
-void wlm_emit_field(wms_strbuf* out, const char* tag, const char* value) {
+void wlm_emit_field(wms_strbuf* out, std::string_view tag, const char* value) {
     if (value == nullptr || *value == '\0') {
         wms_strbuf_append_all(out, {"<", tag, "></", tag, ">\n"});
         return;
@@ -135,6 +134,6 @@ void wlm_emit_field(wms_strbuf* out, const char* tag, const char* value) {
     wlm_emit_cdata(out, tag, escaped);
 }
 
-void wlm_emit_cdata(wms_strbuf* out, const char* tag, const char* escaped) {
+void wlm_emit_cdata(wms_strbuf* out, std::string_view tag, const char* escaped) {
     wms_strbuf_append_all(out, {"<", tag, "><![CDATA[", escaped, "]]></", tag, ">\n"});
 }

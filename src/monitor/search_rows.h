@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <span>
+#include <string_view>
 
 #include "platform/ownership.h"
 
@@ -30,7 +31,7 @@ enum class shown : std::uint8_t {
 };
 
 struct search_field {
-    const char* tag;
+    std::string_view tag;
     int column;
     shown as = shown::value;
 };
@@ -57,6 +58,6 @@ struct search_counts {
 
 // Appends <tag>, the value and </tag>: a value is escaped, of which at most 1023 bytes are taken,
 // and wrapped in a CDATA section as well; null is empty.
-void wlm_emit_field(wms_strbuf* out, const char* tag, const char* value);
+void wlm_emit_field(wms_strbuf* out, std::string_view tag, const char* value);
 // Appends the element with a text that is escaped already.
-void wlm_emit_cdata(wms_strbuf* out, const char* tag, const char* escaped);
+void wlm_emit_cdata(wms_strbuf* out, std::string_view tag, const char* escaped);

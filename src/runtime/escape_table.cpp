@@ -59,16 +59,22 @@ std::size_t write_entries(bounded_writer* to, std::string_view in, const escape_
 template <bool drops>
 void append(bounded_writer* to, std::string_view in, const escape_table& table) {
     std::size_t at = write_entries<drops>(to, in, table);
-    for (; at < in.size() && to->used < to->size; ++at) {
+    // For all that the compiler knows, a byte that is written could be one of the writer's own.
+    char* const out = to->out;
+    const std::size_t size = to->size;
+    std::size_t used = to->used;
+    for (; at < in.size() && used < size; ++at) {
         if (is_dropped<drops>(in, at)) continue;
         const escape_entry& entry = table.of(in[at]);
         if (entry.length == 1) {
-            to->out[to->used++] = entry.text[0];
+            out[used++] = entry.text[0];
         } else {
+            to->used = used;
             bounded_writer_append_whole(to, {entry.text.data(), entry.length});
+            used = to->used;
         }
     }
-    to->used += measure<drops>(in.substr(at), table);  // what is not stored is counted
+    to->used = used + measure<drops>(in.substr(at), table);  // what is not stored is counted
 }
 
 // True when the buffer holds the escaped text, measuring it only where the worst case might not

@@ -81,8 +81,16 @@ char byte_at(std::string_view in, std::size_t i) {
     return i < in.size() ? in[i] : '\0';
 }
 
-// Where the first byte stands that is not copied as it is; the end without one.
+// Where the first byte stands that is not copied as it is; the end without one. Two searches cost
+// more than a look at each byte of a name that is as short as most are.
 std::size_t plain_length(std::string_view in, bool plus) {
+    constexpr std::size_t short_max = 16;
+    if (in.size() <= short_max) {
+        std::size_t at = 0;
+        while (at < in.size() && in[at] != '%' && !(plus && in[at] == '+'))
+            ++at;
+        return at;
+    }
     const std::size_t percent = std::min(in.find('%'), in.size());
     return plus ? std::min(in.substr(0, percent).find('+'), percent) : percent;
 }
