@@ -35,17 +35,20 @@ def request_bytes(variables, body=b""):
 
 
 class Connection:
-    """One request on its way; variables and body as harness.cgi_request takes them."""
+    """For one request; variables and body as harness.cgi_request takes them."""
 
-    def __init__(self, path, url="/", env=None, stdin=b""):
+    def __init__(self, path):
         self.socket = socket.socket(socket.AF_UNIX)
         self.socket.settimeout(60)
         self.socket.connect(path)
+
+    def send(self, url="/", env=None, stdin=b""):
         variables = harness.cgi_variables(url, env)
         del variables[b"PATH"]
         # A refused body is not read to its end before the answer comes.
         with contextlib.suppress(BrokenPipeError):
             self.socket.sendall(request_bytes(variables, stdin))
+        return self
 
     def _exactly(self, size):
         data = b""
@@ -104,7 +107,7 @@ class Workers:
             self.running[at] = self._start()
 
     def begin(self, url="/", env=None, stdin=b""):
-        return Connection(self.path, url, env, stdin)
+        return Connection(self.path).send(url, env, stdin)
 
     def output(self, url="/", env=None, stdin=b""):
         return self.begin(url, env, stdin).output()

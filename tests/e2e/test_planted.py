@@ -84,18 +84,17 @@ def test_nothing_planted_is_written_read_or_waited_for(admin, victims, plant):
 
 
 @contextlib.contextmanager
-def another_users_socket():
-    """One that listens, and to which nobody may say anything."""
-    path = Path("/tmp/another.sock")
+def listening(path, uid):
+    """A user's service at this path, to which nobody may say anything."""
     with socket.socket(socket.AF_UNIX, socket.SOCK_STREAM) as server:
-        os.seteuid(NOBODY)
+        os.seteuid(uid)
         try:
             server.bind(str(path))
             server.listen()
         finally:
             os.seteuid(0)
         try:
-            yield path
+            yield
         finally:
             path.unlink(missing_ok=True)
         server.setblocking(False)
@@ -104,24 +103,27 @@ def another_users_socket():
                 assert server.accept()[0].recv(4096) == b""
 
 
-# What takes the helper's place: root's own socket is elsewhere, another user's is there too.
+# What takes the helper's place: the service of this user, bound to this path, and in what way.
+BESIDE = Path("/tmp/beside.sock")
 HELPERS = {
-    "another's socket": lambda roots, others: others.rename(HELPER),
-    "link to another's": lambda roots, others: HELPER.symlink_to(others),
+    "another's socket": (NOBODY, HELPER, lambda: None),
+    "another's socket, renamed": (NOBODY, BESIDE, lambda: BESIDE.rename(HELPER)),
+    "link to another's": (NOBODY, BESIDE, lambda: HELPER.symlink_to(BESIDE)),
     # A service of root's would pass for the helper.
-    "link to root's": lambda roots, others: HELPER.symlink_to(roots),
-    "second name of root's": lambda roots, others: os.link(roots, HELPER),
-    "link to the log": lambda roots, others: HELPER.symlink_to("/dev/log"),
-    "file": lambda roots, others: HELPER.write_text(""),
+    "link to root's": (0, BESIDE, lambda: HELPER.symlink_to(BESIDE)),
+    "second name of root's": (0, BESIDE, lambda: os.link(BESIDE, HELPER)),
+    "link to the log": (0, BESIDE, lambda: HELPER.symlink_to("/dev/log")),
+    "file": (0, BESIDE, lambda: HELPER.write_text("")),
 }
 
 
 @pytest.mark.parametrize("planted", HELPERS)
 def test_a_planted_helper_socket_learns_nothing(admin, planted):
-    with harness.helper_moved_aside() as roots, another_users_socket() as others:
-        HELPERS[planted](roots, others)
-        harness.assert_cli_error(harness.execute(admin),
-                                 "Failed to connect socket: Permission denied")
+    uid, path, plant = HELPERS[planted]
+    with harness.helper_moved_aside(), listening(path, uid):
+        plant()
+        answer = harness.execute(admin).text
+        assert answer.startswith("<re><ERROR>Failed to connect socket: "), answer
         login = harness.post_form("/v1/api/login", {"username": "admin", "password": "wlan-Demo1"})
         assert login.status == 401
     assert harness.traffic() == []

@@ -35,6 +35,12 @@ TEST(CliExchange, ManagementPasswordsNeverLeaveInClear) {
     }
 }
 
+TEST(CliExchange, AHelperThatWasRenamedOntoItsPlaceIsAsked) {
+    fake_helper helper(wire_reply("here", ""), "/tmp/new.sock");
+    ASSERT_EQ(rename("/tmp/new.sock", paths::cli_helper_socket), 0);
+    EXPECT_EQ(run("show"), "0|here|4|");
+}
+
 TEST(CliExchange, AuditRecordsAreCutToTheirBuffer) {
     session_record session = {};
     std::strcpy(session.user, "bob");

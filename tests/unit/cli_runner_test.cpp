@@ -1,10 +1,7 @@
 // Commands in flight together: helpers of every kind see them in their order, and each result comes
 // back in its place.
-#include <chrono>
 #include <filesystem>
 #include <poll.h>
-#include <sys/syscall.h>
-#include <sys/wait.h>
 
 #include "backend/command_list.h"
 
@@ -16,6 +13,7 @@ namespace {
 constexpr std::size_t command_count = 20;
 constexpr std::size_t large_index = 2;  // a command that no socket takes at once
 constexpr std::size_t never = command_count;
+constexpr std::size_t most = 8;  // may be in flight
 
 struct manners {
     const char* name;
@@ -27,16 +25,6 @@ struct manners {
 
 std::string command(std::size_t index) {
     return "show " + std::to_string(index) + std::string(index == large_index ? 1 << 20 : 0, 'x');
-}
-
-// Waits until the thread is in this system call.
-void await_call(pid_t thread, long number) {
-    const std::string path = "/proc/" + std::to_string(thread) + "/syscall";
-    const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(60);
-    while (!contents(path.c_str()).starts_with(std::to_string(number) + ' ')) {
-        ASSERT_LT(std::chrono::steady_clock::now(), limit) << contents(path.c_str());
-        std::this_thread::yield();
-    }
 }
 
 // One thread: it answers a group last first, and no other is taken meanwhile.
@@ -67,7 +55,7 @@ struct queue_helper {
     unique_fd take() const {
         return unique_fd(accept4(listener.get(), nullptr, nullptr, SOCK_CLOEXEC));
     }
-    // While a command is being sent, the next one is not.
+    // The client waits, and has not sent another command.
     void expect_no_other() const {
         await_call(client, SYS_poll);
         pollfd queue = {.fd = listener.get(), .events = POLLIN, .revents = 0};
@@ -77,7 +65,7 @@ struct queue_helper {
         std::vector<std::pair<unique_fd, std::string>> group;
         while (group.size() < way.together && seen.size() < command_count) {
             unique_fd peer = take();
-            if (seen.size() == large_index) expect_no_other();
+            if (seen.size() == large_index) expect_no_other();  // before this one has been sent
             const std::vector<std::string> fields = read_request(peer.get());
             seen.push_back(fields.empty() ? "none" : fields.back());
             group.emplace_back(std::move(peer), seen.size() - 1 == way.closes
@@ -85,6 +73,8 @@ struct queue_helper {
                                                     : wire_reply("of " + seen.back(), "note"));
         }
         for (; !group.empty(); group.pop_back()) {
+            // Until the oldest is answered, which comes last, its place is not free.
+            if (way.together == most) expect_no_other();
             const auto& [peer, reply] = group.back();
             send(peer.get(), reply.data(), reply.size(), MSG_NOSIGNAL);
         }
@@ -95,7 +85,7 @@ TEST(CliRunner, HelpersOfEveryKindSeeTheOrderAndResultsComeBackInIt) {
     const manners kinds[] = {
         {.name = "one after the other", .queue = 8},
         {.name = "the first four together", .queue = 8, .together = 4},
-        {.name = "all that may be in flight together", .queue = 8, .together = 8},
+        {.name = "all that may be in flight together", .queue = 8, .together = most},
         {.name = "a short queue", .queue = 1},
         {.name = "one that closes the third", .queue = 8, .together = 4, .closes = 2},
         {.name = "a queue that is full at first", .queue = 0, .has_stranger = true}};
@@ -139,31 +129,6 @@ TEST(CliRunner, WhatIsInFlightIsClosedWithTheList) {
         EXPECT_EQ(open_descriptors(), before + std::ptrdiff_t{cli_in_flight_max});
     }
     EXPECT_EQ(open_descriptors(), before);
-}
-
-TEST(CliRunner, AWorkerWhoseClientLeftDoesNotWaitForAFullQueue) {
-    const unique_fd listener = bind_local(paths::cli_helper_socket, SOCK_STREAM);
-    ASSERT_EQ(listen(listener.get(), 0), 0);
-    int ends[2];
-    ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
-    const unique_fd connection(ends[0]);
-    unique_fd server(ends[1]);
-    const pid_t worker = fork();
-    if (worker == 0) {
-        server.reset();
-        alarm(60);
-        request_record request;
-        request.streams.connection = connection.get();
-        command_list list(&request.session);
-        command_list_add(&list, "show");  // this one fills the queue
-        const command_outcome outcome = command_run(&request.session, "show");
-        _exit(outcome.complete ? 2 : 1);
-    }
-    await_call(worker, SYS_connect);
-    server.reset();
-    int status = -1;
-    EXPECT_EQ(waitpid(worker, &status, 0), worker);
-    EXPECT_EQ(status, 0);
 }
 
 }  // namespace

@@ -127,6 +127,17 @@ TEST_F(LockFiles, OfManyAtOnceOneHoldsTheLock) {
     }
 }
 
+// As at a process's end, though its process, whose pid the file states, lives on.
+TEST_F(LockFiles, WhatIsHeldWhenARequestEndsIsFreeAndItsFileStays) {
+    {
+        const request_record ended;
+        bool busy = false;
+        ASSERT_EQ(lock_file_for_clisession_str(lock_upgrade_image, &busy), nullptr);
+    }
+    ASSERT_EQ(access(upgrade_lock, F_OK), 0);
+    const lock_holder next(nullptr);
+}
+
 TEST_F(LockFiles, UnlockingWhatIsNotHeldTouchesNothing) {
     std::ofstream(upgrade_lock) << "1";
     for (const int kind : {-1, 5, 1 << 30, int{lock_upgrade_image}})

@@ -3,7 +3,9 @@
 #pragma once
 
 #include <arpa/inet.h>
+#include <chrono>
 #include <sys/socket.h>
+#include <sys/syscall.h>
 #include <sys/un.h>
 #include <syslog.h>
 #include <thread>
@@ -70,6 +72,16 @@ struct log_recorder {
     }
 };
 
+// Waits until the thread is in this system call.
+inline void await_call(pid_t thread, long number) {
+    const std::string path = "/proc/" + std::to_string(thread) + "/syscall";
+    const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+    while (!contents(path.c_str()).starts_with(std::to_string(number) + ' ')) {
+        ASSERT_LT(std::chrono::steady_clock::now(), limit) << contents(path.c_str());
+        std::this_thread::yield();
+    }
+}
+
 inline std::string wire_word(std::size_t value) {
     const std::uint32_t word = htonl(static_cast<std::uint32_t>(value));
     return {reinterpret_cast<const char*>(&word), sizeof word};
@@ -90,19 +102,23 @@ inline std::vector<std::string> read_request(int fd) {
     return fields;
 }
 
-// Takes one request and answers it byte by byte.
+// Takes one request and answers it byte by byte. Who connects and says nothing is not answered.
 struct fake_helper {
-    unique_fd listener = bind_local(paths::cli_helper_socket, SOCK_STREAM);
+    unique_fd listener;
     std::vector<std::string> fields;
     std::jthread worker;
 
-    explicit fake_helper(const std::string& reply) {
+    explicit fake_helper(const std::string& reply, const char* path = paths::cli_helper_socket)
+        : listener(bind_local(path, SOCK_STREAM)) {
         EXPECT_EQ(listen(listener.get(), 1), 0);
         worker = std::jthread([this, reply] {
-            const unique_fd peer(accept4(listener.get(), nullptr, nullptr, SOCK_CLOEXEC));
-            fields = read_request(peer.get());
-            for (const char byte : reply)
-                send(peer.get(), &byte, 1, MSG_NOSIGNAL);
+            while (fields.empty()) {
+                const unique_fd peer(accept4(listener.get(), nullptr, nullptr, SOCK_CLOEXEC));
+                if (!peer) return;
+                fields = read_request(peer.get());
+                for (const char byte : fields.empty() ? "" : reply)
+                    send(peer.get(), &byte, 1, MSG_NOSIGNAL);
+            }
         });
     }
     ~fake_helper() { asked(); }

@@ -1,0 +1,82 @@
+// A worker whose client has left waits for no service any more, whichever it is.
+#include "runtime/wait.h"
+
+#include <csignal>
+#include <sys/wait.h>
+
+#include "backend/command_list.h"
+#include "backend/fast_path.h"
+#include "backend/message_block.h"
+
+#include "service_support.h"
+
+namespace {
+
+void run_command(request_record* request) {
+    static_cast<void>(command_run(&request->session, "show"));
+}
+
+void fill_queue(request_record* request) {
+    command_list list(&request->session);
+    command_list_add(&list, "show");
+    run_command(request);
+}
+
+void ask_fast_path(request_record*) {
+    char* text = nullptr;
+    char msg[64];
+    std::int32_t length = 0;
+    static_cast<void>(wuic_fpcli_execute("u", "r", "c", &text, &length, msg, sizeof msg));
+}
+
+void send_block(request_record*) {
+    char byte = 0;
+    static_cast<void>(SendMsgBlock(&byte, 1, paths::auth_service_port, &byte, 1));
+}
+
+void open_databases(request_record* request) {
+    setenv("PGHOST", "/tmp", 1);
+    controller_databases databases;
+    static_cast<void>(databases_renew(&databases, &request->response));
+}
+
+TEST(Wait, AWorkerWhoseClientLeftEnds) {
+    const unique_fd fast_path(tp_udp_listen(paths::fast_path_port));
+    const unique_fd auth_service(tp_udp_listen(paths::auth_service_port));
+    const unique_fd postgres = bind_local("/tmp/.s.PGSQL.5432", SOCK_STREAM);
+    ASSERT_EQ(listen(postgres.get(), 8), 0);
+    const struct {
+        const char* service;
+        void (*ask)(request_record*);
+        long call;
+    } rows[] = {{"helper", run_command, SYS_poll},
+                {"helper with a full queue", fill_queue, SYS_connect},
+                {"fast path", ask_fast_path, SYS_poll},
+                {"message block", send_block, SYS_poll},
+                {"databases", open_databases, SYS_poll}};
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.service);
+        const unique_fd helper = bind_local(paths::cli_helper_socket, SOCK_STREAM);
+        ASSERT_EQ(listen(helper.get(), 0), 0);
+        int ends[2];
+        ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
+        const unique_fd connection(ends[0]);
+        unique_fd server(ends[1]);
+        const pid_t worker = fork();
+        if (worker == 0) {
+            server.reset();
+            alarm(60);
+            request_record request;
+            request.streams.connection = connection.get();
+            row.ask(&request);
+            _exit(1);
+        }
+        await_call(worker, row.call);
+        server.reset();
+        int status = -1;
+        EXPECT_EQ(waitpid(worker, &status, 0), worker);
+        EXPECT_EQ(status, 0);
+    }
+}
+
+}  // namespace
