@@ -80,7 +80,8 @@ run_e2e() {
 # Large tables and what is tested by hand need not be repeated behind workers.
 run_warm() {
     local name files=()
-    for name in cases login entry upload configuration ap_search dashboard helper limits openapi serving; do
+    for name in cases login entry upload configuration ap_search dashboard helper limits openapi serving \
+        access hostile_replies injection planted; do
         files+=("tests/e2e/test_$name.py")
     done
     /usr/bin/python3 -m pytest "${files[@]}" -q -p no:cacheprovider --tb=short --junitxml="$results" "$@" || true
