@@ -146,6 +146,13 @@ def test_a_process_that_is_no_worker_answers_on_its_standard_output(admin, liste
     assert (done.returncode, done.stdout) == (0, HOSTNAME)
 
 
+def test_a_tcp_socket_is_not_served():
+    with socket.create_server(("127.0.0.1", 0)) as given:
+        done = subprocess.run([harness.PROGRAM], env={}, stdin=given, capture_output=True, timeout=60,
+                              check=False)
+    assert (done.returncode, done.stdout) == (1, b"") and b"UNIX" in done.stderr, done
+
+
 @pytest.mark.parametrize("count", ["", "0", "-1", "1000001", "3x", " 3", "+3", "99999999999"])
 def test_another_number_of_requests_is_refused(count):
     done = run_on_socket({"WMS_WORKER_REQUESTS": count})
