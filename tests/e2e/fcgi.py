@@ -112,9 +112,6 @@ class Workers:
     def output(self, url="/", env=None, stdin=b""):
         return self.begin(url, env, stdin).output()
 
-    def ask(self, url="/", env=None, stdin=b""):
-        return harness.response_of(self.output(url, env, stdin))
-
     def __enter__(self):
         return self
 

@@ -16,20 +16,14 @@ void run_command(request_record* request) {
     static_cast<void>(command_run(&request->session, "show"));
 }
 
-void fill_queue(request_record* request) {
-    command_list list(&request->session);
-    command_list_add(&list, "show");
-    run_command(request);
-}
-
-void ask_fast_path(request_record*) {
+void ask_fast_path(request_record* /*request*/) {
     char* text = nullptr;
     char msg[64];
     std::int32_t length = 0;
     static_cast<void>(wuic_fpcli_execute("u", "r", "c", &text, &length, msg, sizeof msg));
 }
 
-void send_block(request_record*) {
+void send_block(request_record* /*request*/) {
     char byte = 0;
     static_cast<void>(SendMsgBlock(&byte, 1, paths::auth_service_port, &byte, 1));
 }
@@ -41,38 +35,36 @@ void open_databases(request_record* request) {
 }
 
 TEST(Wait, AWorkerWhoseClientLeftEnds) {
+    const unique_fd helper = bind_local(paths::cli_helper_socket, SOCK_STREAM);
+    const unique_fd postgres = bind_local("/tmp/.s.PGSQL.5432", SOCK_STREAM);
+    ASSERT_EQ(listen(helper.get(), 0) + listen(postgres.get(), 8), 0);
     const unique_fd fast_path(tp_udp_listen(paths::fast_path_port));
     const unique_fd auth_service(tp_udp_listen(paths::auth_service_port));
-    const unique_fd postgres = bind_local("/tmp/.s.PGSQL.5432", SOCK_STREAM);
-    ASSERT_EQ(listen(postgres.get(), 8), 0);
     const struct {
         const char* service;
         void (*ask)(request_record*);
         long call;
     } rows[] = {{"helper", run_command, SYS_poll},
-                {"helper with a full queue", fill_queue, SYS_connect},
+                {"helper, whose queue holds the first one still", run_command, SYS_connect},
                 {"fast path", ask_fast_path, SYS_poll},
                 {"message block", send_block, SYS_poll},
                 {"databases", open_databases, SYS_poll}};
     for (const auto& row : rows) {
         SCOPED_TRACE(row.service);
-        const unique_fd helper = bind_local(paths::cli_helper_socket, SOCK_STREAM);
-        ASSERT_EQ(listen(helper.get(), 0), 0);
         int ends[2];
         ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
-        const unique_fd connection(ends[0]);
-        unique_fd server(ends[1]);
         const pid_t worker = fork();
         if (worker == 0) {
-            server.reset();
+            close(ends[1]);
             alarm(60);
             request_record request;
-            request.streams.connection = connection.get();
+            request.streams.connection = ends[0];
             row.ask(&request);
             _exit(1);
         }
         await_call(worker, row.call);
-        server.reset();
+        close(ends[0]);
+        close(ends[1]);
         int status = -1;
         EXPECT_EQ(waitpid(worker, &status, 0), worker);
         EXPECT_EQ(status, 0);
