@@ -16,7 +16,7 @@ sys.path.insert(0, "tests/e2e")
 import fcgi  # noqa: E402
 import harness  # noqa: E402
 
-RUNS = 5
+RUNS = 15
 GROWTH_MAX = 3.0
 SPARE_MIB = 8
 PAIR = 40  # bytes of a pair's record
