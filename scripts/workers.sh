@@ -5,8 +5,8 @@
 #   workers.sh NUMBER
 #
 # WMS_WORKER_REQUESTS is the number of requests after which a worker retires. By default that is ten times
-# the program's own: a worker's start takes about 28 ms of processor time, mostly of the four database
-# server processes, which is 28 us for each of 1,000 requests and 3 us for each of 10,000.
+# the program's own: a worker's start takes about 30 ms of processor time, mostly of the four database
+# server processes, which is 30 us for each of 1,000 requests and 3 us for each of 10,000.
 set -euo pipefail
 readonly number=$1 requests=${WMS_WORKER_REQUESTS-10000}
 readonly folder=/run/wms-workers program=/vantor/webui/wms/wms.cgi
