@@ -163,6 +163,8 @@ bool has_body(const FCGX_Request& connection) {
 // the answer by that, so the library waits until it has closed its side. There is no need to where
 // the end of the request has been seen; it is there with the variables when no body follows them.
 void finish(FCGX_Request& connection) {
+    FCGX_FClose(connection.err);
+    FCGX_FClose(connection.out);
     const bool seen_end = !has_body(connection) && FCGX_GetChar(connection.in) == EOF;
     if (seen_end) FCGX_Detach(&connection);
     FCGX_Finish_r(&connection);
@@ -179,8 +181,8 @@ bool serve_checked(worker& self) {
     return false;
 }
 
-// Who may connect is up to the owner and mode of a socket that is a file; and only such a one tells
-// at once when its other end is closed. Waiting for a connection is left to accept(2).
+// The owner and mode of a socket that is a file say who may connect, and a connection within this
+// system tells at once when its other end is closed. Waiting for one is left to accept(2).
 bool make_socket_ready() {
     int domain = 0;
     socklen_t size = sizeof domain;

@@ -10,7 +10,8 @@ bool worker_requested();
 
 // Serves requests until WMS_WORKER_REQUESTS of them (1 to 1,000,000; 1000 when it is not set) are
 // done, or until SIGTERM or SIGUSR1 comes: the request that is being served is finished. A
-// connection of the HTTP server is closed after its request. Returns the exit status: 1 when the
-// variable is set to something else or the socket is none of the UNIX domain, else 0.
+// connection of the HTTP server is closed after its request. Returns the exit status: 1 when
+// the variable is set to something else, the socket is not a UNIX socket or it cannot serve, else
+// 0.
 //   caller_role, argument0  as main got them
 int worker_run(const char* caller_role, const char* argument0);

@@ -42,12 +42,13 @@ class Connection:
         self.socket.settimeout(60)
         self.socket.connect(path)
 
-    def send(self, url="/", env=None, stdin=b""):
+    def send(self, url="/", env=None, stdin=b"", ended=True):
         variables = harness.cgi_variables(url, env)
         del variables[b"PATH"]
         # A refused body is not read to its end before the answer comes.
         with contextlib.suppress(BrokenPipeError):
-            self.socket.sendall(request_bytes(variables, stdin))
+            sent = request_bytes(variables, stdin)
+            self.socket.sendall(sent if ended else sent[:-len(record(STDIN))])
         return self
 
     def _exactly(self, size):

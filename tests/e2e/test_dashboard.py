@@ -171,15 +171,16 @@ def helper_commands():
     return [line["command"] for line in sorted(lines, key=lambda line: line["connection"])]
 
 
-def once_held(count, work):
-    """What the work gave, whose commands are answered only when so many are there together."""
+def while_held(count, work):
+    """Answers what is being held as soon as it is that many. Their commands, and what the work gave."""
     with ThreadPoolExecutor(1) as pool:
         answer = pool.submit(work)
         try:
             harness.simctl.order(harness.CONTROL, "wait-held", count=count)
+            commands = helper_commands()
         finally:
             harness.order("release")
-        return answer.result()
+        return commands, answer.result()
 
 
 def test_eight_commands_are_in_flight_together_in_the_documents_order(reader):
@@ -187,7 +188,8 @@ def test_eight_commands_are_in_flight_together_in_the_documents_order(reader):
     harness.plan(channel="fast", hold=True)
     sent = [label for label in LABELS["controller"] if label.startswith("show")]
     sent = [label for label in sent if label not in ("show version", "show datapath utilization")]
-    _, items = once_held(8, lambda: dashboard(reader, CONTROLLER))
+    commands, (_, items) = while_held(8, lambda: dashboard(reader, CONTROLLER))
+    assert commands == [BASIC_INFO, *sent[:7]]
     assert helper_commands() == [BASIC_INFO, *sent]
     assert list(items) == LABELS["controller"]
     assert {item.findtext("status") for item in items.values()} == {None, "ok"}
@@ -197,9 +199,10 @@ def test_rows_are_looked_up_together(reader):
     names = [str(number) for number in range(12)]
     harness.plan(match="show rights", output="".join("<r><c>%s</c></r>" % name for name in names))
     harness.plan(match="show rights '", hold=True, times=8)
-    once_held(8, lambda: role_policy(reader))
-    assert helper_commands()[:14] == ["show rights", *("show rights '%s'" % name for name in names),
-                                      "show ip access-list brief ipv4"]
+    ordered = ["show rights", *("show rights '%s'" % name for name in names)]
+    commands, _ = while_held(8, lambda: role_policy(reader))
+    assert commands == ordered[:9]
+    assert helper_commands()[:14] == [*ordered, "show ip access-list brief ipv4"]
 
 
 @pytest.mark.parametrize("before, looked_up", [(4095, ["last"]), (4096, [])])

@@ -219,6 +219,16 @@ def test_a_worker_that_is_told_to_end_before_the_first_byte_serves_what_follows(
         harness.wait_until(lambda: warm.ended == [(0, b"")], "its end")
 
 
+def test_the_answer_does_not_wait_for_the_requests_end(admin):
+    url, env = command(admin)
+    with workers() as warm:
+        connection = fcgi.Connection(SOCKET)
+        connection.send(url, env, ended=False)
+        assert connection.output() == HOSTNAME
+        assert warm.output(url, env) == HOSTNAME
+        assert warm.ended == []
+
+
 def test_bytes_of_the_request_that_nobody_read_do_not_end_it(admin):
     with workers() as warm:
         with held(warm, admin, stdin=b"x" * 20000) as connection:
