@@ -201,7 +201,7 @@ int databases_renew(controller_databases* databases, wms_strbuf* response) {
     int round = 0;
     while (round < rounds && take_in_news(databases))
         ++round;
-    // Nothing was said, so the settings are what they were when they were looked at.
+    // Nothing was said between requests, and what was said during one has been looked at.
     if (round == 0 && are_open(*databases)) return 0;
     return open_missing(databases, response);
 }
@@ -209,7 +209,8 @@ int databases_renew(controller_databases* databases, wms_strbuf* response) {
 void databases_settle(controller_databases* databases) {
     for (const database_row& row : databases_table) {
         db_conn& conn = databases->*row.slot;
-        if (PQtransactionStatus(conn.get()) != PQTRANS_IDLE) conn.reset();
+        const bool is_idle = PQtransactionStatus(conn.get()) == PQTRANS_IDLE;
+        if (!is_idle || !reads_backslashes(conn.get())) conn.reset();
     }
 }
 

@@ -32,7 +32,8 @@ struct controller_databases {
 // are well. Results as databases_open, but that the open ones stay.
 [[nodiscard]] int databases_renew(controller_databases* databases, wms_strbuf* response);
 
-// Between two requests: closes the connections in which one left anything unfinished.
+// Between two requests: closes the connections in which one left anything unfinished, or the
+// setting of literals other than it has to be.
 void databases_settle(controller_databases* databases);
 
 // Opens one more connection with the same settings check. The result may be null when memory ran
