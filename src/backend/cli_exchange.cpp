@@ -158,8 +158,8 @@ int check_peer(int fd) {
 
 // Everybody may plant a link below /tmp that leads to another service's socket, which may well be
 // root's. The name that a service has bound tells ours from others; where it is another one, as it
-// is after a renaming, what stands at the path itself counts.
-// Returns null, or the step that failed, with errno set.
+// is after a renaming, what stands at the path itself counts, and the first connection says
+// nothing. Returns null, or the step that failed, with errno set.
 const char* connect_helper(cli_exchange* exchange, bool alone) {
     const char* const path = paths::cli_helper_socket;
     const char* failed = connect_path(exchange, path, alone);
@@ -168,6 +168,7 @@ const char* connect_helper(cli_exchange* exchange, bool alone) {
         if (!place) return connecting;
         char pinned[sizeof sockaddr_un::sun_path];
         std::snprintf(pinned, sizeof pinned, paths::own_descriptor, place.get());
+        exchange_close(exchange);
         failed = connect_path(exchange, pinned, alone);
     }
     if (failed != nullptr) return failed;
