@@ -195,6 +195,12 @@ def test_eight_commands_are_in_flight_together_in_the_documents_order(reader):
     assert {item.findtext("status") for item in items.values()} == {None, "ok"}
 
 
+def test_nothing_is_sent_beside_the_basic_information(reader):
+    harness.plan(match=BASIC_INFO, hold=True)
+    commands, _ = while_held(1, lambda: dashboard(reader, CONTROLLER))
+    assert commands == [BASIC_INFO]
+
+
 def test_rows_are_looked_up_together(reader):
     names = [str(number) for number in range(12)]
     harness.plan(match="show rights", output="".join("<r><c>%s</c></r>" % name for name in names))
