@@ -103,27 +103,29 @@ def listening(path, uid):
                 assert server.accept()[0].recv(4096) == b""
 
 
-# What takes the helper's place: the service of this user, bound to this path, and in what way.
+# What takes the helper's place: the service of this user, bound to this path, and in what way; and
+# what the program says of it.
 BESIDE = Path("/tmp/beside.sock")
+DENIED = "Permission denied"
 HELPERS = {
-    "another's socket": (NOBODY, HELPER, lambda: None),
-    "another's socket, renamed": (NOBODY, BESIDE, lambda: BESIDE.rename(HELPER)),
-    "link to another's": (NOBODY, BESIDE, lambda: HELPER.symlink_to(BESIDE)),
+    "another's socket": (NOBODY, HELPER, lambda: None, DENIED),
+    "another's socket, renamed": (NOBODY, BESIDE, lambda: BESIDE.rename(HELPER), DENIED),
+    "link to another's": (NOBODY, BESIDE, lambda: HELPER.symlink_to(BESIDE), DENIED),
     # A service of root's would pass for the helper.
-    "link to root's": (0, BESIDE, lambda: HELPER.symlink_to(BESIDE)),
-    "second name of root's": (0, BESIDE, lambda: os.link(BESIDE, HELPER)),
-    "link to the log": (0, BESIDE, lambda: HELPER.symlink_to("/dev/log")),
-    "file": (0, BESIDE, lambda: HELPER.write_text("")),
+    "link to root's": (0, BESIDE, lambda: HELPER.symlink_to(BESIDE), DENIED),
+    "second name of root's": (0, BESIDE, lambda: os.link(BESIDE, HELPER), DENIED),
+    "link to the log": (0, BESIDE, lambda: HELPER.symlink_to("/dev/log"),
+                        "Protocol wrong type for socket"),
+    "file": (0, BESIDE, lambda: HELPER.write_text(""), "Connection refused"),
 }
 
 
 @pytest.mark.parametrize("planted", HELPERS)
 def test_a_planted_helper_socket_learns_nothing(admin, planted):
-    uid, path, plant = HELPERS[planted]
+    uid, path, plant, reason = HELPERS[planted]
     with harness.helper_moved_aside(), listening(path, uid):
         plant()
-        answer = harness.execute(admin).text
-        assert answer.startswith("<re><ERROR>Failed to connect socket: "), answer
+        harness.assert_cli_error(harness.execute(admin), "Failed to connect socket: " + reason)
         login = harness.post_form("/v1/api/login", {"username": "admin", "password": "wlan-Demo1"})
         assert login.status == 401
     assert harness.traffic() == []
