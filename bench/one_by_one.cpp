@@ -2,8 +2,8 @@
 // the one before it is there. Does all of them once for each line of standard input, and answers
 // with the milliseconds that they took.
 //
-//   one_by_one view           the dashboard's controller view, with what the program finds out
-//   itself one_by_one COMMAND...     these
+//   one_by_one view           the dashboard's controller view, with its own texts and shell items
+//   one_by_one COMMAND...     these
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>

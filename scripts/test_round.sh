@@ -77,7 +77,7 @@ run_e2e() {
     wait_for 300 "the last request" no_program_runs wms.cgi
 }
 
-# Large tables and what is tested by hand need not be repeated behind workers.
+# What limits, watches or counts the process of one request has none behind workers.
 run_warm() {
     local name files=()
     for name in cases login entry upload configuration ap_search dashboard helper limits openapi serving \

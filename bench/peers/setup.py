@@ -20,6 +20,7 @@ WORKERS = 2
 PORTS = {"static": 8000, "bare_cgi": 8001, "minimal_cgi": 8002, "our_cgi": 8003,
          "bare_fastcgi": 8004, "minimal_fastcgi": 8005, "our_worker": 8006, "php": 8007,
          "php_one": 8008, "our_default": 8009}
+ENVIRONMENT = {name: value for name, value in os.environ.items() if name != "WMS_WORKER_REQUESTS"}
 # After how many requests a worker of ours retires: as it is deployed. `our_default` is not told.
 DEPLOYED = {"WMS_WORKER_REQUESTS": "10000"}
 # None of the peers ends by itself, so that nothing but ours pays for workers that come and go.
@@ -38,7 +39,7 @@ def url(name):
 def start(command, name, **variables):
     with open("/run/wms/%s.out" % name, "wb") as log:
         return subprocess.Popen(command, stdin=subprocess.DEVNULL, stdout=log, stderr=log,
-                                env={**os.environ, **variables})
+                                env={**ENVIRONMENT, **variables})
 
 
 def wait_until(condition, what):

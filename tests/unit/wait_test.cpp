@@ -1,4 +1,5 @@
-// A worker whose client has left waits for no service any more, whichever it is.
+// A worker whose client has left does not wait any more: for the helper, the fast path, a message
+// block, or its databases to be connected.
 #include "runtime/wait.h"
 
 #include <csignal>
