@@ -66,6 +66,24 @@ TEST(Databases, FirstFailureInOrderIsReported) {
         for (const char* part : row.parts)
             EXPECT_NE(seen.find(part), std::string::npos) << part << seen;
     }
+    unsetenv("PGHOST");
+}
+
+TEST(Databases, WhatARequestLeftOtherwiseIsOpenedAnew) {
+    ASSERT_TRUE(database_init());
+    request_record request;
+    controller_databases databases;
+    ASSERT_EQ(databases_open(&databases, &request.response), 0);
+    const PGconn* const untouched = databases.cfgmdb.get();
+    for (auto [conn, statement] : {std::pair{&databases.wms, "BEGIN"},
+                                   {&databases.gapdb, "SET standard_conforming_strings TO on"}}) {
+        const db_result ignored(PQexec(conn->get(), statement));
+    }
+    databases_settle(&databases);
+    EXPECT_FALSE(databases.wms || databases.gapdb);
+    EXPECT_EQ(databases.cfgmdb.get(), untouched);
+    EXPECT_EQ(databases_renew(&databases, &request.response), 0);
+    EXPECT_TRUE(database_is_open(databases.wms) && database_is_open(databases.gapdb));
 }
 
 }  // namespace
