@@ -43,7 +43,7 @@ void step(slot* each) {
 }
 
 pollfd entry_of(const slot& each) {
-    const short events = each.command.is_fast ? POLLIN : cli_exchange_events(each.helper);
+    const short events = each.command.is_fast ? short{POLLIN} : cli_exchange_events(each.helper);
     return {.fd = state_of(each).fd.get(), .events = events, .revents = 0};
 }
 

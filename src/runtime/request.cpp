@@ -15,6 +15,7 @@ request_record* current = nullptr;
 request_record::request_record() {
     cgi_init(&input);
     wms_strbuf_new(&response);
+    cookie_buffer[0] = '\0';
     current = this;
 }
 

@@ -45,7 +45,7 @@ struct request_record {
     auth_challenge challenge;
     custom_reports_cache custom_reports;
     std::array<int, lock_kind_count> lock_fds{-1, -1, -1, -1, -1};  // by lock kind; -1: not held
-    char cookie_buffer[cookie_buffer_size];  // the last cookie; not cleared, since few ask for one
+    char cookie_buffer[cookie_buffer_size];  // the last cookie asked for; few requests have one
     remembered mon_debug = remembered::unknown;
     remembered timing = remembered::unknown;
     remembered factory_default = remembered::unknown;
