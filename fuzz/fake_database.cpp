@@ -1,5 +1,7 @@
 #include "fake_database.h"
 
+#include <fcntl.h>
+
 #include <libpq-fe.h>
 
 // The library's own functions are found behind these.
@@ -48,8 +50,18 @@ PGresult* settle_literals(fake_database* server, string_view text) {
 
 extern "C" {
 
-PGconn* PQconnectdb(const char* /*conninfo*/) {
+PGconn* PQconnectStart(const char* /*conninfo*/) {
     return new PGconn;
+}
+
+// Always ready.
+int PQsocket(const PGconn* /*conn*/) {
+    static const int nothing = open("/dev/null", O_RDWR | O_CLOEXEC);
+    return nothing;
+}
+
+PostgresPollingStatusType PQconnectPoll(PGconn* /*conn*/) {
+    return PGRES_POLLING_OK;
 }
 
 void PQfinish(PGconn* conn) {

@@ -14,6 +14,7 @@
 #include "runtime/log.h"
 #include "runtime/request.h"
 #include "runtime/strbuf.h"
+#include "runtime/wait.h"
 
 #include "auth/field.h"
 #include "auth/session_log.h"
@@ -131,12 +132,16 @@ constexpr char begin_creation[] =
 struct creation_transaction {
     explicit creation_transaction(pg_conn* connection) noexcept : db(connection) {}
     ~creation_transaction() {
-        if (PQtransactionStatus(db) != PQTRANS_IDLE) PQclear(PQexec(db, "ROLLBACK"));
+        // For a client that has left nothing more is asked: the worker closes the connection.
+        const bool is_open = PQtransactionStatus(db) != PQTRANS_IDLE;
+        if (is_open && !client_has_left()) PQclear(PQexec(db, "ROLLBACK"));
     }
     creation_transaction(const creation_transaction&) = delete;
     creation_transaction& operator=(const creation_transaction&) = delete;
 
-    [[nodiscard]] bool begin() const { return ended_with(begin_creation, PGRES_TUPLES_OK); }
+    [[nodiscard]] bool begin() const {
+        return !client_has_left() && ended_with(begin_creation, PGRES_TUPLES_OK);
+    }
     [[nodiscard]] bool commit() const { return ended_with("COMMIT", PGRES_COMMAND_OK); }
 
   private:
@@ -220,6 +225,8 @@ int wuic_session_create(pg_conn* db, wms_strbuf* text, char* sid_out, const char
     if (count >= session_limit) return limit_reached(text);
     // Without a count the limit cannot be kept, so nothing is stored.
     if (count < 0) return not_created(text, sid_out, PQerrorMessage(db));
+    // The lock may have been waited for.
+    if (client_has_left()) return not_created(text, sid_out, "the client has left");
     if (rac && !delete_older_rac_sessions(db, text, row)) {
         return older_not_deleted(text, PQerrorMessage(db));
     }
@@ -233,6 +240,7 @@ int wuic_session_create(pg_conn* db, wms_strbuf* text, char* sid_out, const char
 int wuic_session_delete(pg_conn* db, const char* sid) {
     char literal[sizeof(row_literals::sid)];
     if (sid == nullptr || *sid == '\0' || !escape_literal(literal, sid)) return -1;
+    if (client_has_left()) return -1;
     // No buffer that grows: a session must go even where memory ran out.
     char text[sizeof literal + 64];
     std::snprintf(text, sizeof text, "DELETE FROM http_session WHERE sid = '%s'", literal);

@@ -29,14 +29,15 @@ inline constexpr int session_sid_size = 128;  // bytes that wuic_session_create 
 // side; it is over when this returns, and after a failure nothing of it remains. The statements are
 // built in the buffer `text`. `rac` makes a remote-access session. Texts may be null, which is
 // empty; a path that does not fit becomes empty. Returns 0, -1 on a failure or when a text does not
-// fit, -2 at the session limit. Unless it returns 0, `text` holds the reason, which may be empty;
-// the connection no longer has it. REQUIRES: no transaction is open on `db`.
-// NOLINTNEXTLINE(readability-function-size): fixed interface
+// fit or the client has left, -2 at the session limit. Unless it returns 0, `text` holds the
+// reason, which may be empty; the connection no longer has it. REQUIRES: no transaction is open on
+// `db`. NOLINTNEXTLINE(readability-function-size): fixed interface
 [[nodiscard]] int wuic_session_create(pg_conn* db, wms_strbuf* text, char* sid_out, const char* ip,
                                       const char* user, const char* role, bool rac,
                                       const char* path);
 
-// Removes a session's row. Returns 0, or -1 when the statement failed.
+// Removes a session's row. Returns 0; -1 when the statement failed, or the request's client has
+// left.
 [[nodiscard]] int wuic_session_delete(pg_conn* db, const char* sid);
 
 // Asks whether a remote-access client is connected from the request's address, and makes a session

@@ -28,8 +28,19 @@ bool is_sent(const slot& each) {
     return each.command.is_fast || cli_exchange_is_sent(each.helper);
 }
 
+// Ends one that has not ended yet, since the request's client has left.
+void cancel(slot* each) {
+    errno = ECANCELED;
+    exchange_fail(each->command.is_fast ? static_cast<exchange_state*>(&each->fast)
+                                        : static_cast<exchange_state*>(&each->helper));
+}
+
 exchange_start begin(slot* each, bool alone) {
     const cli_command& command = each->command;
+    if (client_has_left()) {
+        cancel(each);
+        return exchange_start::begun;
+    }
     if (command.is_fast) return fast_path_begin(&each->fast, command.request, command.out, alone);
     return cli_exchange_begin(&each->helper, command.request, command.out, alone);
 }
@@ -89,7 +100,9 @@ void poll_once(cli_runner* runner, int milliseconds) {
         if (each.command.is_fast) milliseconds = fast_path_shorten(each.fast, milliseconds);
     }
     const int ready = wait_for(std::span(entries).first(count), milliseconds);
+    const bool is_cancelled = ready < 0 && errno == ECANCELED;
     for (std::size_t i = 0; i < count; ++i) {
+        if (is_cancelled) cancel(waiting[i]);
         // Without an event the fast path's time may have run out.
         const bool is_late = ready == 0 && waiting[i]->command.is_fast;
         if (is_late || (ready > 0 && entries[i].revents != 0)) step(waiting[i]);

@@ -5,6 +5,9 @@
 // A command is sent only when the one before it has been, so a service sees the list's order. At a
 // shortage (cli_exchange.h) a command waits for the end of one that is in flight; with none in
 // flight it is sent as a single one would be.
+//
+// Once the request's client has left (runtime/wait.h) no command is sent any more, and what is in
+// flight is given up: all of them fail with errno ECANCELED.
 #pragma once
 
 #include <array>

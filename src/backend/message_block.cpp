@@ -76,7 +76,7 @@ int receive_from(int fd, const sockaddr_in& service, void* reply, std::size_t ca
 int SendMsgBlock(const void* request, std::int32_t request_len, int port, void* reply,
                  std::int32_t reply_capacity) {
     sockaddr_in service = {};
-    if (request_len < 0 || reply_capacity < 0) return -1;
+    if (request_len < 0 || reply_capacity < 0 || client_has_left()) return -1;
     if (tp_socket_mkaddr(&service, paths::loopback_address, port, -1) != 0) return -1;
     const unique_fd fd(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
     if (!fd) return -1;

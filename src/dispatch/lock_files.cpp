@@ -15,6 +15,7 @@
 
 #include "runtime/error_response.h"
 #include "runtime/request.h"
+#include "runtime/wait.h"
 
 namespace {
 
@@ -135,6 +136,7 @@ const char* lock_file_for_clisession_str(int kind, bool* upgrade_busy) {
     const lock_row& row = locks[static_cast<std::size_t>(kind)];
     int& held = request_current().lock_fds[static_cast<std::size_t>(kind)];
     if (held >= 0) return nullptr;
+    if (client_has_left()) return row.open_failure;
 
     attempt tried = try_lock(row.path);
     if (!tried.fd) return row.open_failure;

@@ -10,6 +10,7 @@
 #include <fcgiapp.h>
 #include <fcntl.h>
 #include <optional>
+#include <poll.h>
 #include <string_view>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -19,6 +20,7 @@
 #include "runtime/database.h"
 #include "runtime/log.h"
 #include "runtime/request.h"
+#include "runtime/wait.h"
 
 #include "dispatch/program_name.h"
 #include "dispatch/serve.h"
@@ -39,6 +41,7 @@ constexpr int no_socket = -1;  // the library must not accept
 struct worker {
     FCGX_Request connection{};
     controller_databases databases;
+    bool is_abandoned = false;  // the client of this request has left
     const char* caller_role;
     entry_name entry;
 };
@@ -119,11 +122,19 @@ std::optional<int> request_limit() {
     return limit;
 }
 
-// The next connection; none when there will be no more.
+// Whether the other side has closed the connection, whatever it sent before.
+bool has_hung_up(const unique_fd& fd) {
+    pollfd entry = {.fd = fd.get(), .events = 0, .revents = 0};
+    return ::poll(&entry, 1, 0) > 0;
+}
+
+// The next connection that somebody waits at; none when there will be no more. Clients that leave
+// at once fill the queue with connections that nobody takes an answer from.
 unique_fd accept_connection() {
     for (;;) {
         unique_fd fd{::accept4(STDIN_FILENO, nullptr, nullptr, SOCK_CLOEXEC)};
-        if (fd || (errno != EINTR && errno != ECONNABORTED)) return fd;
+        if (!fd && errno != EINTR && errno != ECONNABORTED) return fd;
+        if (fd && !has_hung_up(fd)) return fd;
     }
 }
 
@@ -150,7 +161,13 @@ void serve(worker& self) {
     if (databases_renew(&self.databases, &request.response) == 0) {
         request_serve(request, self.databases, self.entry);
     }
-    request_answer(request);
+    self.is_abandoned = client_has_left();
+    if (self.is_abandoned) {
+        controller_log(log_debug,
+                       "The client has left, and the request has ended without an answer.");
+    } else {
+        request_answer(request);
+    }
     databases_settle(&self.databases);
 }
 
@@ -168,6 +185,12 @@ void finish(FCGX_Request& connection) {
     const bool seen_end = !has_body(connection) && FCGX_GetChar(connection.in) == EOF;
     if (seen_end) FCGX_Detach(&connection);
     FCGX_Finish_r(&connection);
+}
+
+// Closes the connection without a byte.
+void drop(FCGX_Request& connection) {
+    FCGX_Detach(&connection);
+    FCGX_Free(&connection, 1);
 }
 
 // As serve. Returns false when the request left something behind.
@@ -225,7 +248,7 @@ int worker_run(const char* caller_role, const char* argument0) {
     for (int served = 0; served < *limit; ++served) {
         if (!accept_request(self)) return is_listening(STDIN_FILENO) ? 1 : 0;
         const bool clean = is_checked ? serve_checked(self) : (serve(self), true);
-        finish(self.connection);
+        (self.is_abandoned ? drop : finish)(self.connection);
         if (!clean) return 1;
     }
     return 0;

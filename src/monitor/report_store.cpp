@@ -17,6 +17,7 @@
 #include "runtime/error_response.h"
 #include "runtime/fsb.h"
 #include "runtime/strbuf.h"
+#include "runtime/wait.h"
 
 #include "monitor/monitor_handlers.h"
 
@@ -102,6 +103,7 @@ int cr_save(const char* /*key*/, wms_strbuf* response, session_record* /*session
         wuic_generic_error(response, "invalid arguments");
         return 0;
     }
+    if (client_has_left()) return -1;
     static_cast<void>(::mkdir(paths::upload_folder, everybody));  // fails where there is one
     const bool saved = replace_file(paths::custom_reports, data_of(*operand));
     char text[reason_size] = "";

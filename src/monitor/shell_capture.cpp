@@ -12,6 +12,7 @@
 
 #include "runtime/body_input.h"
 #include "runtime/strbuf.h"
+#include "runtime/wait.h"
 
 namespace {
 
@@ -36,6 +37,7 @@ struct temporary_file {
 }  // namespace
 
 void shell_capture(wms_strbuf* out, const char* command) {
+    if (client_has_left()) return;
     const temporary_file file;
     if (!file.fd) return;
     char line[line_size];

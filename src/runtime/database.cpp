@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <poll.h>
+#include <span>
 #include <utility>
 
 #include "platform/paths.h"
@@ -99,14 +100,13 @@ bool is_decided(const pending_connections& all) {
 
 // Waits once and lets every connection whose socket is ready take its next step. Returns false when
 // waiting is impossible.
-bool advance(pending_connections* all) {
+bool advance(std::span<pending_connection> all) {
     std::array<pollfd, databases_table.size()> entries = {};
-    for (std::size_t i = 0; i < all->size(); ++i)
-        entries[i] = poll_entry((*all)[i]);
-    if (wait_for(entries) < 0) return errno == EINTR;
-    for (std::size_t i = 0; i < all->size(); ++i) {
-        pending_connection& pending = (*all)[i];
-        if (entries[i].revents != 0) pending.wants = PQconnectPoll(pending.conn.get());
+    for (std::size_t i = 0; i < all.size(); ++i)
+        entries[i] = poll_entry(all[i]);
+    if (wait_for(std::span(entries).first(all.size())) < 0) return errno == EINTR;
+    for (std::size_t i = 0; i < all.size(); ++i) {
+        if (entries[i].revents != 0) all[i].wants = PQconnectPoll(all[i].conn.get());
     }
     return true;
 }
@@ -161,7 +161,7 @@ int open_missing(controller_databases* databases, wms_strbuf* response) {
         }
     }
     while (!is_decided(all)) {
-        if (!advance(&all)) break;
+        if (!advance(all)) break;
     }
     int result = 0;
     for (std::size_t i = 0; i < all.size(); ++i) {
@@ -203,6 +203,7 @@ int databases_renew(controller_databases* databases, wms_strbuf* response) {
         ++round;
     // Nothing was said between requests, and what was said during one has been looked at.
     if (round == 0 && are_open(*databases)) return 0;
+    if (client_has_left()) return -1;
     return open_missing(databases, response);
 }
 
@@ -215,9 +216,13 @@ void databases_settle(controller_databases* databases) {
 }
 
 db_conn database_connect(const char* conninfo) {
-    db_conn conn(PQconnectdb(conninfo));
-    require_backslashes(conn.get());
-    return conn;
+    if (client_has_left()) return {};
+    pending_connection pending = start_connection(conninfo);
+    while (!is_settled(pending)) {
+        if (!advance({&pending, 1})) break;
+    }
+    require_backslashes(pending.conn.get());
+    return std::move(pending.conn);
 }
 
 bool database_is_open(const db_conn& connection) {

@@ -29,7 +29,8 @@ struct controller_databases {
 
 // For a process that keeps the four from one request to the next: notices which of them the server
 // has closed, and opens those, and all that are missing, side by side. Waits for nothing where all
-// are well. Results as databases_open, but that the open ones stay.
+// are well. Results as databases_open, but that the open ones stay; -1 without a document when the
+// request's client has left (runtime/wait.h).
 [[nodiscard]] int databases_renew(controller_databases* databases, wms_strbuf* response);
 
 // Between two requests: closes the connections in which one left anything unfinished, or the
@@ -37,7 +38,8 @@ struct controller_databases {
 void databases_settle(controller_databases* databases);
 
 // Opens one more connection with the same settings check. The result may be null when memory ran
-// out; it may be used when database_is_open, else database_error gives the reason.
+// out or the request's client has left, for which it does not wait any longer; it may be used when
+// database_is_open, else database_error gives the reason.
 [[nodiscard]] db_conn database_connect(const char* conninfo);
 bool database_is_open(const db_conn& connection);
 // Why a connection (null included) is not open: the library's message, or that the setting was

@@ -68,6 +68,11 @@ std::size_t read_up_to(int fd, char* out, std::size_t size) {
     return total;
 }
 
+// Once its client has left, all that a request was about fails, and none of that is an error.
+int level_of_news(int level) {
+    return request_current().client_left ? std::max(level, log_debug) : level;
+}
+
 // The level of a line that is exactly "web N"; -1 for any other.
 int web_level(std::string_view line) {
     constexpr std::string_view prefix = "web ";
@@ -79,6 +84,7 @@ int web_level(std::string_view line) {
 }  // namespace
 
 void wuic_log(int level, const char* format, ...) {
+    level = level_of_news(level);
     if (level > wuic_log_get_level()) return;
     char line[system_log_line_max + 1];
     va_list args;
@@ -98,6 +104,7 @@ void wuic_log_set_level(int level) {
 }
 
 void controller_log(int level, const char* format, ...) {
+    level = level_of_news(level);
     if (level > request_current().levels.web) return;
     char line[system_log_line_max + 1];
     va_list args;

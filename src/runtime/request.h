@@ -60,6 +60,7 @@ struct request_record {
     bool text_lost = false;
     bool upload_stored = false;  // the image, if there is one, is this request's
     bool answered = false;       // writing the response has begun
+    bool client_left = false;    // nobody takes the answer; kept by runtime/wait.h, which tells
 
     request_record();
     ~request_record();  // releases input and response; closes held locks, whose files stay

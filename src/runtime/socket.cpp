@@ -73,14 +73,16 @@ bool resolve(const char* host, int which, in_addr* out) {
 }
 
 // Waits until a transient failure may be over; the call that is repeated finds out what became of
-// it. A spinning loop would take the processor from the very service that is waited for.
-void wait_until_ready(int fd, short events) {
+// it. A spinning loop would take the processor from the very service that is waited for. Returns
+// false when there is nothing more to wait for, since the request's client has left.
+bool wait_until_ready(int fd, short events) {
     const int saved = errno;
     if (saved != EINTR) {
         pollfd entry = {.fd = fd, .events = events, .revents = 0};
-        static_cast<void>(wait_for({&entry, 1}));
+        if (wait_for({&entry, 1}) < 0 && errno == ECANCELED) return false;
     }
     errno = saved;
+    return true;
 }
 
 // Where the request's connection is watched, the waiting is done by wait_for and not in the call.
@@ -102,6 +104,7 @@ int finish_connect(int fd) {
 }
 
 int connect_to(int fd, const sockaddr_in& addr) {
+    if (client_has_left()) return -1;
     if (connect(fd, generic(&addr), sizeof addr) == 0) return 0;
     return errno == EINTR ? finish_connect(fd) : -1;
 }
@@ -158,7 +161,7 @@ int tp_tcp_accept(int fd, sockaddr_in* peer) {
         if (accepted >= 0 && peer != nullptr) *peer = scratch;
         if (accepted >= 0) return accepted;
         if (!tp_socket_no_error(errno)) return -1;
-        wait_until_ready(fd, POLLIN);
+        if (!wait_until_ready(fd, POLLIN)) return -1;
     }
 }
 
@@ -184,19 +187,20 @@ long tp_socket_read(int fd, void* buf, std::size_t len, sockaddr_in* from, bool 
         if (got >= 0) return got;
         if (!tp_socket_no_error(errno)) return -1;
         if (!retry) return -2;
-        wait_until_ready(fd, POLLIN);
+        if (!wait_until_ready(fd, POLLIN)) return -1;
     }
 }
 
 long tp_socket_write(int fd, const void* buf, std::size_t len, const sockaddr_in* to, bool retry) {
     const int flags = MSG_NOSIGNAL | waiting_flags(retry);
+    if (client_has_left()) return -1;
     for (;;) {
         const ssize_t put = sendto(fd, buf, len, flags, to != nullptr ? generic(to) : nullptr,
                                    to != nullptr ? sizeof *to : 0);
         if (put >= 0) return put;
         if (!tp_socket_no_error(errno)) return -1;
         if (!retry) return -2;
-        wait_until_ready(fd, POLLOUT);
+        if (!wait_until_ready(fd, POLLOUT)) return -1;
     }
 }
 

@@ -1,5 +1,7 @@
 // IPv4 TCP and UDP sockets as plain descriptors; -1 means failure throughout. A transient failure
 // is retried in place where the caller asks for it, waiting with poll(2); there are no time limits.
+// Once a request's client has left nothing is connected to, sent or waited for (runtime/wait.h): -1
+// with errno ECANCELED.
 #pragma once
 
 #include <cstddef>

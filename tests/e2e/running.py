@@ -105,7 +105,7 @@ POSTGRES = Service("/run/postgresql/data", lambda: _succeeds("psql", "-Xqc", "SE
 CONTROLLER = Service("sim/controller.py", _controller_answers)
 
 
-def _files():
+def files():
     return {str(path) for folder in FOLDERS for path in folder.rglob("*")
             if not str(path).startswith(LASTING)}
 
@@ -120,7 +120,7 @@ def _is_quiet(sockets):
 @contextlib.contextmanager
 def nothing_left_behind():
     """No process of the program, no connection to the database or the controller, no file."""
-    files, sockets = _files(), len(os.listdir("/proc/%d/fd" % CONTROLLER.pid()))
+    before, sockets = files(), len(os.listdir("/proc/%d/fd" % CONTROLLER.pid()))
     yield
     harness.wait_until(lambda: _is_quiet(sockets), "the end of all processes and connections")
-    assert _files() == files
+    assert files() == before

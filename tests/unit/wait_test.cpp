@@ -1,5 +1,5 @@
-// A worker whose client has left does not wait any more: for the helper, the fast path, a message
-// block, or its databases to be connected.
+// A request whose client has left does not wait any more: for the helper, the fast path, a message
+// block, a socket, or a database to be connected.
 #include "runtime/wait.h"
 
 #include <csignal>
@@ -13,29 +13,40 @@
 
 namespace {
 
-void run_command(request_record* request) {
-    static_cast<void>(command_run(&request->session, "show"));
+bool run_command(request_record* request) {
+    return !command_run(&request->session, "show").complete;
 }
 
-void ask_fast_path(request_record* /*request*/) {
+bool ask_fast_path(request_record* /*request*/) {
     char* text = nullptr;
     char msg[64];
     std::int32_t length = 0;
-    static_cast<void>(wuic_fpcli_execute("u", "r", "c", &text, &length, msg, sizeof msg));
+    return wuic_fpcli_execute("u", "r", "c", &text, &length, msg, sizeof msg) < 0;
 }
 
-void send_block(request_record* /*request*/) {
+bool send_block(request_record* /*request*/) {
     char byte = 0;
-    static_cast<void>(SendMsgBlock(&byte, 1, paths::auth_service_port, &byte, 1));
+    return SendMsgBlock(&byte, 1, paths::auth_service_port, &byte, 1) < 0;
 }
 
-void open_databases(request_record* request) {
+bool open_databases(request_record* request) {
     setenv("PGHOST", "/tmp", 1);
     controller_databases databases;
-    static_cast<void>(databases_renew(&databases, &request->response));
+    return databases_renew(&databases, &request->response) < 0;
 }
 
-TEST(Wait, AWorkerWhoseClientLeftEnds) {
+bool open_database(request_record* /*request*/) {
+    setenv("PGHOST", "/tmp", 1);
+    return !database_is_open(database_connect(paths::db_gap));
+}
+
+bool read_socket(request_record* /*request*/) {
+    const unique_fd silent(tp_udp_connect(nullptr, 0, true));
+    char byte = 0;
+    return tp_socket_read(silent.get(), &byte, 1, nullptr, true) == -1;
+}
+
+TEST(Wait, ARequestWhoseClientLeftEnds) {
     const unique_fd helper = bind_local(paths::cli_helper_socket, SOCK_STREAM);
     const unique_fd postgres = bind_local("/tmp/.s.PGSQL.5432", SOCK_STREAM);
     ASSERT_EQ(listen(helper.get(), 0) + listen(postgres.get(), 8), 0);
@@ -43,13 +54,15 @@ TEST(Wait, AWorkerWhoseClientLeftEnds) {
     const unique_fd auth_service(tp_udp_listen(paths::auth_service_port));
     const struct {
         const char* service;
-        void (*ask)(request_record*);
+        bool (*fails)(request_record*);
         long call;
     } rows[] = {{"helper", run_command, SYS_poll},
                 {"helper, whose queue holds the first one still", run_command, SYS_connect},
                 {"fast path", ask_fast_path, SYS_poll},
                 {"message block", send_block, SYS_poll},
-                {"databases", open_databases, SYS_poll}};
+                {"the databases", open_databases, SYS_poll},
+                {"a database", open_database, SYS_poll},
+                {"a socket", read_socket, SYS_poll}};
     for (const auto& row : rows) {
         SCOPED_TRACE(row.service);
         int ends[2];
@@ -60,8 +73,8 @@ TEST(Wait, AWorkerWhoseClientLeftEnds) {
             alarm(60);
             request_record request;
             request.streams.connection = ends[0];
-            row.ask(&request);
-            _exit(1);
+            // From then on at once: the same call begins nothing.
+            _exit(row.fails(&request) && request.client_left && row.fails(&request) ? 0 : 1);
         }
         await_call(worker, row.call);
         close(ends[0]);
