@@ -8,6 +8,7 @@
 #include "platform/paths.h"
 
 #include "runtime/body_input.h"
+#include "runtime/spool.h"
 
 #include "fuzz_files.h"
 #include "plain_multipart.h"
@@ -44,6 +45,8 @@ struct upload_case {
     std::string body;
     std::int64_t claimed;  // CONTENT_LENGTH
     const char* uri;
+    std::optional<std::string> staged;  // the image of an earlier upload
+    bool refused;                       // after it was received
 };
 
 plain_upload expected_of(const upload_case& sent) {
@@ -56,6 +59,18 @@ plain_upload expected_of(const upload_case& sent) {
                          "--" + sent.boundary);
 }
 
+// The image that is staged once the request is over.
+std::optional<std::string> expected_image(const upload_case& sent, const plain_upload& expected) {
+    if (expected.result == cgi_low_space) return {};
+    if (expected.result != 0 || sent.refused || !expected.image) return sent.staged;
+    return expected.image;
+}
+
+std::optional<std::string> staged_image() {
+    if (!fuzz_file_exists(paths::os_image)) return {};
+    return fuzz_file_text(paths::os_image);
+}
+
 plain_upload received_of(const upload_case& sent) {
     fuzz_stdin(sent.body);
     const fuzz_environment environment{
@@ -63,7 +78,7 @@ plain_upload received_of(const upload_case& sent) {
         {"REQUEST_URI", sent.uri},
         {"CONTENT_TYPE", "multipart/form-data; boundary=" + sent.boundary},
         {"CONTENT_LENGTH", std::to_string(sent.claimed)}};
-    const quiet_request request;
+    quiet_request request;
     plain_upload upload{.result = cgi_parse(request.input)};
     const cgi* const input = request.input;
     if (input->pairs.count > 0) {
@@ -76,7 +91,10 @@ plain_upload received_of(const upload_case& sent) {
         }
         upload.fields = parsed_parts(input, {input->body, end});
     }
-    if (fuzz_file_exists(paths::os_image)) upload.image = fuzz_file_text(paths::os_image);
+    const bool cleared = upload.result == cgi_low_space;
+    expect(cleared || staged_image() == sent.staged, "what is received is not yet the image");
+    if (!sent.refused) expect(spool_keep_image(request.record.upload), "an image can be stored");
+    upload.image = staged_image();
     const std::size_t read = fuzz_stdin_read();
     expect(read == std::min<std::uint64_t>(sent.body.size(), std::uint64_t(sent.claimed)),
            "a body is read as far as it was claimed, be it refused or not");
@@ -99,7 +117,7 @@ std::string shifted(std::string_view body, std::size_t end) {
 }
 
 // Switches: bits 0 and 1 the length that is claimed, 2 a shifted body, 3 the other page, 4 an image
-// of an earlier upload.
+// of an earlier upload, 5 a request that is refused once its upload was received.
 std::int64_t claimed_length(unsigned switches, std::size_t sent, std::size_t share) {
     const auto size = static_cast<std::int64_t>(sent);
     switch (switches % 4) {
@@ -124,19 +142,22 @@ void fuzz_one(std::string_view data) {
                      .body = std::string(fields.rest),
                      .claimed = 0,
                      .uri = (switches & 8U) != 0 ? "/screens/wms-os-upload.html?x"
-                                                 : "/captiveportal_import.html"};
+                                                 : "/captiveportal_import.html",
+                     .staged = {},
+                     .refused = (switches & 32U) != 0};
     if ((switches & 4U) != 0)
         sent.body = shifted(sent.body, window_end(sent.body, "--" + sent.boundary, share));
     sent.claimed = claimed_length(switches, sent.body.size(), share);
     if (sent.claimed == 0) return;  // no body, which is no upload
     ::unlink(paths::os_image);
-    if ((switches & 16U) != 0) std::ofstream(paths::os_image) << "earlier";
+    if ((switches & 16U) != 0) std::ofstream(paths::os_image) << *(sent.staged = "earlier");
 
     const plain_upload received = received_of(sent);
-    const plain_upload expected = expected_of(sent);
+    plain_upload expected = expected_of(sent);
+    expected.image = expected_image(sent, expected);
     expect(received.result == expected.result, "both readings accept the same");
     expect(received.fields == expected.fields, "both readings find the same fields");
-    expect(received.image == expected.image, "the image is the part's bytes, or is not there");
-    expect(!fuzz_file_exists(paths::spool_flash) && !fuzz_file_exists(paths::spool_ramdisk),
-           "no spool file stays behind");
+    expect(received.image == expected.image, "the image is the part's bytes, or the one before");
+    for (const char* file : {paths::spool_flash, paths::spool_ramdisk, paths::os_image_new})
+        expect(!fuzz_file_exists(file), "nothing stays behind beside the image");
 }

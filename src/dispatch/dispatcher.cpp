@@ -113,24 +113,29 @@ void call_handler(const dispatch_call& call, const dispatch_row& row) {
     }
 }
 
-// Returns the row that served the request; null when it was refused.
-const dispatch_row* serve(const dispatch_call& call) {
+// An upload was received before the token could be checked. Now that it was, the handler of an
+// upload page finds it in its place; another row has no use for it. Returns false when the request
+// ends here, with the document in the response.
+bool settle_upload(const dispatch_call& call, const dispatch_row& row) {
+    received_upload& upload = request_current().upload;
+    const bool keeps = std::ranges::find(spooled_pages, row.name) != spooled_pages.end();
+    if (!keeps) spool_drop_upload(upload);
+    if (!keeps || spool_keep_image(upload)) return true;
+    wuic_generic_error(call.response, "Unable to store the image.");
+    return false;
+}
+
+void serve(const dispatch_call& call) {
     const dispatch_row* row = dispatch_find(call.key);
     if (row == nullptr) {
         refuse_unknown(call.response, call.key);
-        return nullptr;
+        return;
     }
     if (!may_use(call.session, *row)) {
         refuse_permission(call.response, call.key);
-        return nullptr;
+        return;
     }
-    if (!token_holds(call, *row)) return nullptr;
-    call_handler(call, *row);
-    return row;
-}
-
-bool is_upload_page(const dispatch_row* row) {
-    return row != nullptr && std::ranges::find(spooled_pages, row->name) != spooled_pages.end();
+    if (token_holds(call, *row) && settle_upload(call, *row)) call_handler(call, *row);
 }
 
 }  // namespace
@@ -142,14 +147,13 @@ int wuic_cgi(const char* program_name, wms_strbuf* response, session_record* ses
         return 0;
     }
     const char* opcode = cgi_named_value(input, "opcode");
-    const dispatch_row* served = serve({.program_name = program_name,
-                                        .key = opcode != nullptr ? opcode : program_name,
-                                        .response = response,
-                                        .session = session,
-                                        .db = db,
-                                        .input = input});
-    // The image was written before the token could be checked; only an upload page may keep it.
-    if (cgi_is_spooled_upload(input) && !is_upload_page(served)) spool_drop_image();
+    serve({.program_name = program_name,
+           .key = opcode != nullptr ? opcode : program_name,
+           .response = response,
+           .session = session,
+           .db = db,
+           .input = input});
+    spool_drop_upload(request_current().upload);  // of a request that was refused
     return 0;
 }
 

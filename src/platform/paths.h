@@ -28,6 +28,7 @@ inline constexpr char reboot_history[] = "/flash/config/reboot-history";
 inline constexpr char spool_flash[] = "/flash/config/post.data";
 inline constexpr char spool_ramdisk[] = "/tmp/post.data";
 inline constexpr char os_image[] = "/flash/config/os_image";
+inline constexpr char os_image_new[] = "/flash/config/os_image.new";  // on the same file system
 inline constexpr char custom_reports[] = "/flash/upload/custom-reports.xml";
 inline constexpr char integrity_check_result[] = "/tmp/integrity_check_result";
 inline constexpr char tpm_cert_mark[] = "/tmp/tpmCertPresent";

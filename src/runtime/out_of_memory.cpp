@@ -28,7 +28,7 @@ void out_of_memory_install() {
 
 void out_of_memory_answer(request_record& request) {
     request.answered = true;
-    if (request.upload_stored) spool_drop_image();
+    spool_drop_upload(request.upload);
     controller_log(log_error, "%s", memory_reason);
     const std::string_view answer = memory_error_response();
     // Who does not take the answer cannot be told anything else.

@@ -4,6 +4,8 @@
 
 #include "platform/controller.h"
 
+#include "runtime/spool.h"
+
 namespace {
 
 // NOLINTNEXTLINE(cppcoreguidelines-avoid-non-const-global-variables): the one global of the program
@@ -23,6 +25,7 @@ request_record::~request_record() {
     for (const int fd : lock_fds) {
         if (fd >= 0) ::close(fd);
     }
+    spool_drop_upload(upload);
     cgi_deinit(&input);
     wms_strbuf_free(&response);
     if (current == this) current = nullptr;

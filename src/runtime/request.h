@@ -9,6 +9,7 @@
 #include <ctime>
 
 #include "platform/mapped_file.h"
+#include "platform/ownership.h"
 
 #include "runtime/cgi.h"
 #include "runtime/log.h"
@@ -36,6 +37,12 @@ struct custom_reports_cache {
     std::time_t file_modified = -1;  // of the file that it was made of; -1: there was none
 };
 
+// An upload from its turn on, until a handler was given it or it was refused (runtime/spool.h).
+struct received_upload {
+    unique_fd turn;          // the lock that uploads take turns by; none: nothing of it is left
+    bool has_image = false;  // it came with a file, which is whole
+};
+
 struct request_record {
     request_streams streams = process_streams();
     cgi input{};
@@ -58,12 +65,13 @@ struct request_record {
     // A text buffer could not grow: whatever was built since may lack a piece, so the answer is
     // that memory ran out.
     bool text_lost = false;
-    bool upload_stored = false;  // the image, if there is one, is this request's
-    bool answered = false;       // writing the response has begun
-    bool client_left = false;    // nobody takes the answer; kept by runtime/wait.h, which tells
+    received_upload upload;
+    bool answered = false;     // writing the response has begun
+    bool client_left = false;  // nobody takes the answer; kept by runtime/wait.h, which tells
 
     request_record();
-    ~request_record();  // releases input and response; closes held locks, whose files stay
+    // Releases input and response; drops an upload; closes held locks, whose files stay.
+    ~request_record();
     request_record(const request_record&) = delete;
     request_record& operator=(const request_record&) = delete;
 };

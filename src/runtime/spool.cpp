@@ -19,6 +19,7 @@
 #include "runtime/log.h"
 #include "runtime/request.h"
 #include "runtime/spool_parser.h"
+#include "runtime/wait.h"
 
 namespace {
 
@@ -35,7 +36,7 @@ struct spool_place {
 constexpr spool_place on_flash{paths::spool_flash, 0, 60};
 constexpr spool_place on_ramdisk{paths::spool_ramdisk, 1, 75};
 
-// All uploads use the same spool file and make the same image, so they take turns. Whoever may open
+// All uploads use the same files, so they take turns. Whoever may open
 // a file may lock it for as long as he likes, so it is one that only root opens. The kernel gives
 // the lock back. None, with errno set, when there is no lock to be had.
 unique_fd wait_for_turn() {
@@ -61,10 +62,18 @@ std::int64_t to_bytes(std::int64_t size_mib) {
     return size_mib > length_max / mib * 4 ? length_max * 4 : size_mib * mib;
 }
 
+// What an upload's process left behind that was killed. Nobody else uses these while we have the
+// turn.
+void drop_leftovers() {
+    for (const char* file : {paths::spool_flash, paths::spool_ramdisk, paths::os_image_new}) {
+        ::unlink(file);
+    }
+}
+
 std::int64_t measure_flash(std::int64_t need) {
     const std::int64_t free = free_flash_mib();
     if (to_bytes(free) >= need) return free;
-    spool_drop_all();
+    ::unlink(paths::os_image);
     return free_flash_mib();
 }
 
@@ -123,11 +132,9 @@ unique_fd open_spool(const char* path) {
     return {};
 }
 
-int receive_and_parse(cgi* input, std::int64_t length, const spool_place& place) {
+int receive_and_parse(cgi* input, std::int64_t length, const spool_place& place, bool* has_image) {
     const malloc_text window{static_cast<char*>(std::malloc(body_chunk))};
     if (!window) return cgi_no_memory;
-    request_current().upload_stored = true;
-    spool_drop_image();
     const unique_fd spool = open_spool(place.path);
     if (!spool) {
         wuic_log(log_error, "open failed (%d) on post.data file. usetmp: %d", errno,
@@ -139,34 +146,51 @@ int receive_and_parse(cgi* input, std::int64_t length, const spool_place& place)
         return error;
     }
     if (::lseek(spool.get(), 0, SEEK_SET) != 0) return cgi_read_error;
-    return spool_parse(input, spool.get(), window.get());
+    return spool_parse(input, spool.get(), window.get(), has_image);
 }
 
 }  // namespace
 
 int spool_upload(cgi* input, std::int64_t length) {
     if (length > length_max) return cgi_too_long;
-    const unique_fd turn = wait_for_turn();
-    if (!turn) {
+    received_upload& upload = request_current().upload;
+    spool_drop_upload(upload);  // of an earlier parse, which would have us wait for ourselves
+    if (client_has_left()) return cgi_read_error;
+    upload.turn = wait_for_turn();
+    if (!upload.turn) {
         wuic_log(log_error, "open failed (%d) on the lock of uploads.", errno);
         return cgi_read_error;
     }
+    if (client_has_left()) {
+        spool_drop_upload(upload);
+        return cgi_read_error;
+    }
+    drop_leftovers();
     const auto place = choose_place(length);
     if (!place || !has_memory(input, *place)) {
+        spool_drop_upload(upload);
         body_discard(length);
         return cgi_low_space;
     }
-    const int result = receive_and_parse(input, length, *place);
-    if (result != 0) spool_drop_image();
+    const int result = receive_and_parse(input, length, *place, &upload.has_image);
+    if (result != 0) spool_drop_upload(upload);
     return result;
 }
 
-void spool_drop_image() {
-    ::unlink(paths::os_image);
+bool spool_keep_image(received_upload& upload) {
+    if (!upload.has_image) {
+        spool_drop_upload(upload);
+        return true;
+    }
+    const bool kept = !client_has_left() && ::rename(paths::os_image_new, paths::os_image) == 0;
+    if (!kept) wuic_log(log_error, "rename failed (%d) on os_image file.", errno);
+    spool_drop_upload(upload);
+    return kept;
 }
 
-void spool_drop_all() {
-    for (const char* leftover : {paths::spool_flash, paths::os_image, paths::spool_ramdisk}) {
-        ::unlink(leftover);
-    }
+void spool_drop_upload(received_upload& upload) {
+    if (!upload.turn) return;
+    ::unlink(paths::os_image_new);
+    upload.has_image = false;
+    upload.turn.reset();
 }

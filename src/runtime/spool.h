@@ -7,6 +7,7 @@
 #include <string_view>
 
 #include "runtime/cgi.h"
+#include "runtime/request.h"
 
 inline constexpr std::string_view os_upload_page = "wms-os-upload.html";
 
@@ -14,16 +15,21 @@ inline constexpr std::string_view os_upload_page = "wms-os-upload.html";
 inline constexpr std::array<std::string_view, 2> spooled_pages{"captiveportal_import.html",
                                                                os_upload_page};
 
-// Receives and parses a spooled upload. The first part with a file goes to the image file on flash,
-// further ones are dropped, all other parts become input->pairs over input->body. The spool file is
-// gone when this returns. An earlier upload's image is removed when a body is received, so the
-// image file is always the latest upload's; after a failure there is none. Uploads take turns: one
-// that comes while another one is being received waits for it, however long its client takes.
+// Receives and parses a spooled upload of the current request. The first part with a file goes to a
+// file beside the staged image, further ones are dropped, all other parts become input->pairs over
+// input->body. The spool file is gone when this returns, and after a failure the new file is, too.
+// Otherwise the request holds its turn until spool_keep_image or spool_drop_upload: an upload that
+// comes meanwhile waits for it, however long this one's client takes. Only when there is no room
+// for the upload is the staged image removed.
 //   length  CONTENT_LENGTH, above 0
 // Returns 0 or a cgi_parse_error; with cgi_low_space the body has been read and dropped.
 [[nodiscard]] int spool_upload(cgi* input, std::int64_t length);
 
-// Removes the image: for a request that turned out to be refused after its upload was stored.
-void spool_drop_image();
-// Removes whatever uploads left: the image and the spool files.
-void spool_drop_all();
+// Makes the upload's file the staged image in one step, and ends its turn. The staged image stays
+// as it was where there is no upload, or one without a file. Returns false when it cannot be done:
+// then an error was logged, and all is as after spool_drop_upload.
+[[nodiscard]] bool spool_keep_image(received_upload& upload);
+
+// Removes the upload's file and ends its turn; the staged image stays. Does nothing when there is
+// no upload, or none any more.
+void spool_drop_upload(received_upload& upload);

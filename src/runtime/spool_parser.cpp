@@ -41,7 +41,8 @@ struct upload {
     boundary delimiter;
     spool_window window;
     unique_fd image;
-    bool has_image = false;
+    bool has_image = false;  // one was begun; there is no second
+    bool image_is_whole = false;
     scoped_strbuf kept;  // a multipart body of its own: the parts that stay in memory
 };
 
@@ -112,7 +113,7 @@ int store_to_delimiter(upload* state, part_kind kind, bool* found) {
 
 int open_image(upload* state) {
     state->has_image = true;
-    state->image = safe_open_for_writing(paths::os_image, O_WRONLY | O_TRUNC | O_SYNC, 0666);
+    state->image = safe_open_for_writing(paths::os_image_new, O_WRONLY | O_TRUNC | O_SYNC, 0666);
     if (state->image) return 0;
     wuic_log(log_error, "open failed (%d) on os_image file.", errno);
     return cgi_read_error;
@@ -157,12 +158,12 @@ int begin_part(upload* state, part_kind* kind) {
 
 // A part that no delimiter ends was cut short and counts as none.
 void forget_part(upload* state, part_kind kind, std::int32_t kept_before) {
-    if (kind == part_kind::image) ::unlink(paths::os_image);
     if (kind == part_kind::kept) state->kept.buf.length = kept_before;
 }
 
 int end_part(upload* state, part_kind kind) {
     state->image.reset();
+    if (kind == part_kind::image) state->image_is_whole = true;
     return kind == part_kind::kept ? keep(state, line_end) : 0;
 }
 
@@ -212,7 +213,7 @@ bool write_whole(int fd, const char* bytes, std::size_t length) {
     return true;
 }
 
-int spool_parse(cgi* input, int spool, char* window) {
+int spool_parse(cgi* input, int spool, char* window, bool* has_image) {
     upload state{
         .delimiter = {}, .window = {.fd = spool, .bytes = window}, .image = {}, .kept = {}};
     if (!boundary_prepare(&state.delimiter, cgi_get_var(input, "CONTENT_TYPE"))) return cgi_refused;
@@ -222,5 +223,6 @@ int spool_parse(cgi* input, int spool, char* window) {
     while (more) {
         if (const int error = read_part(&state, &more)) return error;
     }
+    *has_image = state.image_is_whole;
     return parse_kept(input, &state);
 }

@@ -33,7 +33,8 @@ SYSLOG = Path("/run/wms/syslog.log")
 FLASH = Path("/flash/config")
 FACTORY_DEFAULT = FLASH / "factory-default"
 IMAGE = FLASH / "os_image"
-LEFTOVERS = [FACTORY_DEFAULT, IMAGE, FLASH / "post.data", Path("/tmp/post.data"), Path("/tmp/ooo"),
+UPLOADING = [FLASH / "post.data", Path("/tmp/post.data"), FLASH / "os_image.new"]
+LEFTOVERS = [FACTORY_DEFAULT, IMAGE, *UPLOADING, Path("/tmp/ooo"),
              Path("/tmp/http_log_level"), Path("/tmp/httpd_timing"),
              Path("/flash/upload/custom-reports.xml")]
 

@@ -174,6 +174,7 @@ def refusals_stated(cases):
 
 def test_who_is_refused_gets_nothing_done():
     make_sessions()
+    harness.IMAGE.write_bytes(b"staged")
     cases = chosen([case for case in all_cases() if case.verdict != SERVED])
     before = lasting_state()
     assert run(cases) == []

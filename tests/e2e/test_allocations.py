@@ -80,13 +80,11 @@ def one_session_if_told(response, right):
     assert (there, len(told)) == (told, 1 if right else 0)
 
 
-def report_is_whole(response, right):
-    assert REPORTS.read_bytes() in ((NEW,) if right else (OLD, NEW))
-
-
-def image_only_if_kept(response, right):
-    assert harness.IMAGE.exists() == right
-    harness.IMAGE.unlink(missing_ok=True)
+def replaces(path, new):
+    """Whatever fails, the file is the old one or the new one, whole."""
+    def is_whole(response, right):
+        assert path.read_bytes() in ((new,) if right else (OLD, new))
+    return {"before": lambda number: path.write_bytes(OLD), "after": is_whole}
 
 
 def log_in():
@@ -120,13 +118,12 @@ REQUESTS = {
                                                document("out of memory\n?")),
         r"%s<qorin>\n(<status>OK</status>\n){2}<start>0</start>\n<length>0</length>\n"
         r"<total>0</total>\n</qorin>\n" % harness.XML_HEAD.decode()),
-    "save": multipart("/screens/wms/cr-save", ("operand", NEW),
-                      before=lambda number: REPORTS.write_bytes(OLD), after=report_is_whole),
+    "save": multipart("/screens/wms/cr-save", ("operand", NEW), **replaces(REPORTS, NEW)),
     "upload": multipart("/screens/cmnutil/wms-os-upload.html", ("UIDQORIN", SID.encode()),
-                        ("file", b"x" * 250000, "image.bin"),
+                        ("file", NEW * 20, "image.bin"),
                         also=[r"(?s)%s.*System has low free memory and/or low free disk space\..*" %
                               harness.XML_HEAD.decode()],
-                        after=image_only_if_kept),
+                        **replaces(harness.IMAGE, NEW * 20)),
     "login": log_in(),
     "logout": Request("/v1/api/logout", with_session(),
                       before=lambda number: harness.add_session(sid=SID),
@@ -162,7 +159,7 @@ def check(request, number, answer, raw, right):
 
 
 def files():
-    return {path for folder in FOLDERS for path in folder.iterdir()} - {Path("/tmp/ooo"), REPORTS}
+    return {path for folder in FOLDERS for path in folder.iterdir()} - {Path("/tmp/ooo"), REPORTS, harness.IMAGE}
 
 
 @functools.cache

@@ -20,7 +20,7 @@ PAGE = "/screens/cmnutil/wms-os-upload.html"
 PORTAL = "/screens/auth/captiveportal_import.html"
 POSTGRES_LOG = Path("/run/wms/postgres.out")
 REPORTS = Path("/flash/upload/custom-reports.xml")
-SPOOLED = (Path("/flash/config/post.data"), Path("/tmp/post.data"))
+SPOOLED = harness.UPLOADING
 MIB = 1 << 20
 LOW = "<![CDATA[System has low free memory and/or low free disk space. Please delete unwanted files by " \
       "accessing WebUI Diagnostics > Technical Support > Delete Files, reload the controller to recover " \
