@@ -28,7 +28,7 @@ Try, in another shell:
   # Search the access points: ten of those whose address holds "10.64.1.", by name.
   curl -sk -b "SESSION=\$TOKEN" "$WMS_URL/wlm-search?class=probes&ip=10.64.1.&sort-criteria=name,asc"
 
-  # Log out.
+  # Log out. Sessions end 15 minutes after the login; of each user the 8 newest stay.
   curl -sk -b "SESSION=\$TOKEN" "$WMS_URL/v1/api/logout?UIDQORIN=\$TOKEN"
 
 Ctrl-C stops everything.

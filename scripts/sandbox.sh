@@ -5,8 +5,8 @@
 #
 #   sudo scripts/sandbox.sh [OPTION...] -- COMMAND [ARGUMENT...]
 #
-#   --services "NAME..."  start these first: syslog postgres controller program http workers nginx;
-#                         or all: with Apache and CGI; or warm: with nginx and workers
+#   --services "NAME..."  start these first: syslog postgres controller program http workers nginx purge;
+#                         all as the first name: those with Apache and CGI; warm: with nginx and workers
 #   --preset NAME         the build that is installed (release); below build/
 #   --host-net            share the host's network; otherwise there is only a loopback interface
 #   --port N              port of the HTTP server (4343)
@@ -40,10 +40,8 @@ done
 [[ $# -gt 1 ]] || die "what is to be run in the sandbox?"
 shift
 [[ $EUID -eq 0 ]] || die "a sandbox is made by root"
-case $services in
-    all) services="syslog postgres controller program http" ;;
-    warm) services="syslog postgres controller program workers nginx" ;;
-esac
+services=${services/#all/syslog postgres controller program http}
+services=${services/#warm/syslog postgres controller program workers nginx}
 workers=0
 [[ " $services " != *" workers "* ]] || workers=8
 

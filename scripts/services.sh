@@ -122,6 +122,16 @@ ready_nginx() {
     wait_for_service 100 nginx test -s "$run_folder/nginx/nginx.pid"
 }
 
+# Deletes expired and surplus sessions, as deploy/purge/ does with a timer of systemd's. Not for tests,
+# whose sessions stay as they are.
+start_purge() {
+    service purge /bin/bash -c 'while sleep 30; do psql -Xq -v ON_ERROR_STOP=1 -f deploy/purge/purge.sql wms; done'
+}
+
+ready_purge() {
+    :  # nobody waits for its first run
+}
+
 # services_start "NAME...": starts the named ones side by side and returns when all of them answer.
 services_start() {
     local name
