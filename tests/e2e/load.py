@@ -246,12 +246,17 @@ def files(*folders):
                   if "/postgresql/data/" not in str(path))
 
 
+# How command lines begin that the HTTP server and PostgreSQL have; one that has ended and was not yet waited for has
+# a name alone. What ends and when is these servers' own affair.
+HTTP_SERVER, ENDED, POSTGRES = b"/usr/sbin/apache2", (b"apache2\n", b"postgres\n"), b"postgres"
+
+
 def processes():
     """(command line, number of descriptors) of each but ourselves and what we started."""
     for folder in Path("/proc").glob("[0-9]*"):
         try:
             name = (folder / "cmdline").read_bytes().replace(b"\0", b" ") or (folder / "comm").read_bytes()
-            if int(folder.name) != os.getpid():
+            if int(folder.name) != os.getpid() and name not in ENDED:
                 yield name, len(list((folder / "fd").iterdir()))
         except (FileNotFoundError, ProcessLookupError):
             continue  # has ended meanwhile
@@ -275,9 +280,9 @@ def holdings():
     connections."""
     seen, most = Counter(), Counter()
     for name, descriptors in processes():
-        if not name.startswith((b"postgres", b"/usr/sbin/apache2")):
+        if not name.startswith((POSTGRES, HTTP_SERVER)):
             seen[name] += 1
-        if not name.startswith(b"postgres"):
+        if not name.startswith(POSTGRES):
             most[name] = max(most[name], descriptors)
     return {str(held) for held in itertools.chain(
         seen.items(), most.items(), Counter(sockets()).items(),
