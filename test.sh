@@ -5,6 +5,7 @@
 #   ./test.sh --unit NAME  the unit tests whose names match NAME (ctest -R), plainly
 #   ./test.sh --e2e EXPR   the end-to-end tests that match EXPR (pytest -k), plainly, as CGI
 #   ./test.sh --warm EXPR  the same behind warm workers
+#   ./test.sh --units      deploy's units on a systemd that is booted for it, plainly
 #   ./test.sh --fuzz       the fuzz targets: seeds and past finds, then a few seconds of each
 #   ./test.sh --lint       formatting, static analysis, includes, headers, Clang's warnings
 set -euo pipefail
@@ -62,6 +63,15 @@ warm_round() {
     count_round warm "$1" warm scripts/test_round.sh warm "${@:2}"
 }
 
+# The systemd has a control group, which outlives whatever ends the sandbox.
+units_round() {
+    local group=wms-test-$$
+    # shellcheck disable=SC2064  # expanded now
+    trap "${as_root[*]} unshare --mount tests/systemd/boot.sh --remove $group" EXIT
+    count_round units release "postgres controller program" \
+        tests/systemd/boot.sh "$group" scripts/test_round.sh units
+}
+
 # The fuzz targets: their seeds and past finds, then a few seconds of each.
 fuzz_round() {
     count_round fuzz fuzz '' fuzz/targets.sh check
@@ -77,6 +87,7 @@ all_rounds() {
         e2e_round "$preset"
     done
     warm_round release
+    units_round
     fuzz_round
 }
 
@@ -88,6 +99,7 @@ case $filter in
     --unit) build_preset release && unit_round release -R "${2:?--unit needs a name}" ;;
     --e2e) build_preset release && e2e_round release -k "${2:?--e2e needs an expression}" ;;
     --warm) build_preset release && warm_round release -k "${2:?--warm needs an expression}" ;;
+    --units) build_preset release && units_round ;;
     --fuzz) build_preset fuzz && fuzz_round ;;
     *) die "unknown option: $filter" ;;
 esac

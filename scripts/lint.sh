@@ -69,7 +69,7 @@ analysis() {
 }
 
 shell_scripts() {
-    shellcheck -x run.sh test.sh .ci/run scripts/*.sh bench/*.sh fuzz/*.sh
+    shellcheck -x run.sh test.sh .ci/run scripts/*.sh tests/systemd/*.sh bench/*.sh fuzz/*.sh
 }
 
 scripts/packages.sh run lint bench fuzz

@@ -4,6 +4,7 @@
 #   test_round.sh unit [CTEST OPTION...]
 #   test_round.sh e2e [PYTEST OPTION...]
 #   test_round.sh warm [PYTEST OPTION...]    those whose outcome may depend on how requests are served
+#   test_round.sh units                      beside the systemd of tests/systemd/boot.sh
 set -euo pipefail
 # shellcheck source=scripts/lib.sh
 . scripts/lib.sh
@@ -85,6 +86,10 @@ run_warm() {
         files+=("tests/e2e/test_$name.py")
     done
     /usr/bin/python3 -m pytest "${files[@]}" -q -p no:cacheprovider --tb=short --junitxml="$results" "$@" || true
+}
+
+run_units() {
+    /usr/bin/python3 -m pytest tests/systemd -q -p no:cacheprovider --tb=short --junitxml="$results" || true
 }
 
 kind=$1
