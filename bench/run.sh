@@ -11,6 +11,8 @@
 #   bench/run.sh load       64 clients for a minute, or for as many seconds as are given
 #   bench/run.sh peers      one request through an HTTP server, beside peers that do the same work;
 #                           5 rounds of 10 seconds, or as many of as many as are given
+#   bench/run.sh aborted    an operator's waits beside a stranger who makes requests and hangs up, without the
+#                           HTTP server's limits and with them
 #   bench/run.sh overhead   what our own code adds to that request, in instructions and microseconds
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
@@ -103,6 +105,17 @@ measure_peers() {
     enter_sandbox --services "syslog postgres program" -- /usr/bin/python3 bench/beside_peers.py "$1" "$2"
 }
 
+measure_aborted() {
+    local limits=deploy/nginx/wms-limits.conf
+    build_preset release
+    enter_sandbox --services warm -- /usr/bin/python3 bench/aborted.py
+    if [[ -e $limits ]]; then
+        enter_sandbox --services warm --limits -- /usr/bin/python3 bench/aborted.py
+    else
+        printf '\nWith the limits on nothing was measured: there is no %s.\n' "$limits"
+    fi
+}
+
 measure_overhead() {
     build_preset release
     build_peers
@@ -120,6 +133,7 @@ case ${1:-} in
         measure_load
         measure_peers 5 10
         measure_overhead 3 10
+        measure_aborted
         ;;
     processes) measure_processes ;;
     replies) measure_replies ;;
@@ -129,5 +143,6 @@ case ${1:-} in
     load) measure_load "${2:-60}" ;;
     peers) measure_peers "${2:-5}" "${3:-10}" ;;
     overhead) measure_overhead "${2:-3}" "${3:-10}" ;;
+    aborted) measure_aborted ;;
     *) die "unknown benchmark: $1" ;;
 esac

@@ -81,7 +81,7 @@ stop() {
 }
 trap stop EXIT
 first_pid() { pgrep -P "$unshare_pid" -x systemd; }
-wait_for 100 systemd first_pid
+wait_for 300 systemd first_pid
 inside=(nsenter --target "$(first_pid)" --mount --uts --pid --cgroup --wd=/checkout --)
-wait_for 100 "systemd's first target" "${inside[@]}" systemctl is-active multi-user.target
+wait_for 300 "systemd's first target" "${inside[@]}" systemctl is-active multi-user.target
 "${inside[@]}" "$@"
