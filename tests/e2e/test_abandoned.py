@@ -1,6 +1,7 @@
 """Clients that leave before they have their answer: the worker ends their requests, begins nothing more for
 them, and serves on."""
 
+import fcntl
 import itertools
 import os
 import select
@@ -64,14 +65,22 @@ def test_a_session_is_not_made_for_who_has_left_meanwhile(admin):
         assert (harness.session_count(), warm.ended) == (2, [])
 
 
-def test_an_upload_whose_client_leaves_in_its_middle_is_forgotten(admin):
+def test_an_upload_whose_client_leaves_in_its_middle_or_before_its_turn_is_forgotten(admin):
     path, method, body, headers = kinds.request("upload", admin)
     env = {"REQUEST_METHOD": method, "CONTENT_TYPE": headers["Content-Type"],
            "CONTENT_LENGTH": str(len(body)), "QORIN_AUTH_SESSION_ID": admin}
     with workers() as warm:
+        assert b"not implemented" in warm.output(path, env, body)
+        harness.IMAGE.write_bytes(b"earlier")
         warm.begin(path, env, body[:len(body) // 2]).close()
         assert warm.output(*command(admin)) == HOSTNAME
-        assert not harness.IMAGE.exists() and warm.ended == []
+        with open("/run/wms-upload.lock", "rb") as turn:
+            fcntl.flock(turn, fcntl.LOCK_EX)
+            with warm.begin(path, env, body).socket:
+                harness.wait_until(lambda: "-> FLOCK" in Path("/proc/locks").read_text(), "the wait for its turn")
+        assert warm.output(*command(admin)) == HOSTNAME
+        assert harness.IMAGE.read_bytes() == b"earlier" and warm.ended == []
+        assert not any(path.exists() for path in harness.UPLOADING)
 
 
 # Every endpoint at each of its waits
