@@ -9,6 +9,7 @@
 #include "runtime/error_response.h"
 #include "runtime/sfmt.h"
 #include "runtime/strbuf.h"
+#include "runtime/text.h"
 
 #include "backend/cli_reader.h"
 
@@ -128,7 +129,7 @@ constexpr string_view row_tail = "</c></r>";
 constexpr std::size_t config_line_size = 256;  // what matters of a line, with a NUL
 constexpr std::size_t address_size = 32;
 
-// Reads on to the next configuration line. Returns false at the end.
+// Reads on to the next element of configuration lines. Returns false at the end.
 bool next_line(sgml_tokenizer* tokenizer, wms_strbuf* buf, string_view* line, text_form form) {
     while (sgml_tokenizer_next(tokenizer) > 0) {
         if (!cli_reader_is_open(tokenizer, "cmd")) continue;
@@ -166,6 +167,15 @@ void take_vlan_line(wms_strbuf* rows, vlan_relays* current, string_view text) {
         const string_view blank = current->addresses.buf.length > 0 ? " " : "";
         error_text_escape(escaped, sizeof escaped, address);
         wms_strbuf_append_all(current->addresses, {blank, escaped});
+    }
+}
+
+// One element may hold several lines, those of an interface indented.
+void take_vlan_lines(wms_strbuf* rows, vlan_relays* current, string_view text) {
+    while (!text.empty()) {
+        const string_view line = text.substr(0, text.find_first_of("\r\n"));
+        take_vlan_line(rows, current, trimmed(line));
+        text.remove_prefix(std::min(line.size() + 1, text.size()));
     }
 }
 
@@ -296,9 +306,9 @@ int populate_vlan_iphelper(sfmt* vars, const session_record* session) {
     scoped_strbuf text;
     scoped_strbuf rows;
     vlan_relays current;
-    string_view line;
-    while (next_line(&reader.tokenizer, text, &line, text_form::raw))
-        take_vlan_line(rows, &current, line);
+    string_view lines;
+    while (next_line(&reader.tokenizer, text, &lines, text_form::raw))
+        take_vlan_lines(rows, &current, lines);
     end_vlan(rows, &current);
     scoped_strbuf table;
     wms_strbuf_append_all(table, {relays_head, view_of(rows.buf), table_tail});

@@ -119,6 +119,11 @@ TEST(CliExtract, CommandsAndWhatTheirRepliesHold) {
              std::string(300, 'a'),
          "0|" + rhead + "<r><c>30</c><c>10.0.0.1 10.0.0.2</c></r><r><c>999999999</c><c>&amp;" +
              std::string(30, 'a') + "</c></r>" + tail},
+        {relays, config,
+         "<re><cmd>vlan 5\r\ninterface vlan 5\n\n  ip helper-address\n  ip helper-address "
+         "10.0.0.3\n"
+         "</cmd><cmd>\tip helper-address 10.0.0.4\ninterface vlan 6</cmd></re>",
+         "0|" + rhead + "<r><c>5</c><c>10.0.0.3 10.0.0.4</c></r>" + tail},
         {relays, config, two, "0|" + rhead + tail, "No"},
     };
     for (const auto& [run, command, reply, expected, message] : rows) {
