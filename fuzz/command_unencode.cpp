@@ -1,9 +1,13 @@
 // A browser's command on its way to the controller: references decoded as their definition has it,
-// which starts over after every replacement; then cut to its line and into pieces.
+// which starts over after every replacement; then cut to its line and into pieces; and what a role
+// may send of that, however much of it a command service skips as white space.
 #include <array>
 #include <vector>
 
+#include "runtime/session_record.h"
+
 #include "backend/command_endpoints.h"
+#include "backend/command_policy.h"
 
 #include "fuzz_input.h"
 
@@ -60,6 +64,27 @@ void check_pieces(string_view text, const char* separators) {
     expect(joined == kept, "the pieces are the text without its separators");
 }
 
+session_record of_role(string_view role) {
+    session_record session{};
+    session.found = true;
+    role.copy(session.role, sizeof session.role - 1);
+    return session;
+}
+
+void check_policy(const std::string& line) {
+    constexpr string_view secret = "wuic:get-running-config-clrtxt";
+    const session_record guest = of_role("guest-provisioning");
+    const session_record root = of_role("root");
+    const bool sent = command_is_permitted(&guest, line);
+    expect(!sent || command_is_permitted(&root, line), "root may send what a guest may");
+    expect(!fast_path_is_permitted(&guest, line) || sent, "the fast path takes no more");
+    const auto begin = std::ranges::find_if(line, [](char c) { return c > ' ' && c < 0x7F; });
+    std::string seen(begin, line.end());
+    std::ranges::transform(seen, seen.begin(),
+                           [](char c) { return c >= 'A' && c <= 'Z' ? char(c + 32) : c; });
+    expect(!sent || !seen.starts_with(secret), "nothing in front hides what a guest may not have");
+}
+
 }  // namespace
 
 void fuzz_one(std::string_view data) {
@@ -87,6 +112,7 @@ void fuzz_one(std::string_view data) {
     const std::string line = text.data();
     command_cut_line(text.data());
     expect(text.data() == line.substr(0, line.find_first_of("\r\n")), "one line is left");
+    check_policy(text.data());
     check_pieces(whole, ",");
     check_pieces(whole, "\r\n");
 }

@@ -35,20 +35,28 @@ constexpr string_view internal_prefix = "wuic:";
 
 constexpr std::array<string_view, 3> words_for_everybody{"ping", "show", "traceroute"};
 
-// Wider than any command line's notion of white space, so that nothing hides behind a rare one.
-bool is_white_space(char c) {
-    const auto byte = static_cast<unsigned char>(c);
-    return byte <= ' ' || byte == 0x7F;
+constexpr bool is_separator(char c) {
+    return c == ' ' || c == '\t';
+}
+
+// The command without the blanks in front of it.
+string_view without_leading_blanks(string_view command) {
+    command.remove_prefix(static_cast<std::size_t>(std::ranges::find_if_not(command, is_separator) -
+                                                   command.begin()));
+    return command;
+}
+
+// REQUIRES: no blanks in front.
+string_view first_word(string_view command) {
+    return {command.begin(), std::ranges::find_if(command, is_separator)};
+}
+
+bool is_printable(char c) {
+    return c > ' ' && c < 0x7F;
 }
 
 bool equal_but_case(char a, char b) {
     return (a >= 'A' && a <= 'Z' ? a - 'A' + 'a' : a) == b;
-}
-
-string_view without_leading_blanks(string_view command) {
-    command.remove_prefix(static_cast<std::size_t>(
-        std::ranges::find_if_not(command, is_white_space) - command.begin()));
-    return command;
 }
 
 // REQUIRES: no blanks in front.
@@ -71,6 +79,8 @@ bool has_role(const session_record* session, string_view role) {
 
 bool command_is_permitted(const session_record* session, string_view command) {
     command = without_leading_blanks(command);
+    // What the command service may take for white space must not hide the word behind it.
+    if (!std::ranges::all_of(first_word(command), is_printable)) return false;
     if (!is_internal(command) || has_role(session, "root")) return true;
     command.remove_prefix(internal_prefix.size());
     return std::ranges::any_of(internal_requests, [&](const internal_request& row) {
@@ -81,8 +91,6 @@ bool command_is_permitted(const session_record* session, string_view command) {
 bool fast_path_is_permitted(const session_record* session, string_view command) {
     if (!command_is_permitted(session, command)) return false;
     if (has_role(session, "root") || has_role(session, "standard")) return true;
-    command = without_leading_blanks(command);
-    const auto end = std::ranges::find_if(command, is_white_space);
-    const string_view word(command.begin(), end);
+    const string_view word = first_word(without_leading_blanks(command));
     return std::ranges::find(words_for_everybody, word) != words_for_everybody.end();
 }

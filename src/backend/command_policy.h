@@ -16,9 +16,10 @@ inline constexpr std::uint32_t mask_telm = 0x2;
 // The helper's message about a command that may not be sent.
 inline constexpr char command_refusal[] = "Invalid input";
 
-// May the CLI helper get this command? It judges ordinary ones by the session's user itself, but an
-// internal request (first word "wuic:", in any case of letters, blanks before it or not) it takes
-// on trust. "root" may send any; other roles those that a table of requests opens to them.
+// May the CLI helper get this command? Its first word, behind blanks and TABs and up to the next of
+// them, must be of the bytes 0x21 to 0x7E, whoever sends it. The helper judges ordinary commands by
+// the session's user itself, but an internal request (first word "wuic:", in any case of letters)
+// it takes on trust. "root" may send any; other roles those that a table of requests opens to them.
 [[nodiscard]] bool command_is_permitted(const session_record* session, std::string_view command);
 
 // May the fast path get it? Internal requests are judged as above. There every command runs as

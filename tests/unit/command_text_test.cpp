@@ -37,18 +37,34 @@ using commands_by_roles = std::vector<std::pair<std::string, std::vector<std::st
 TEST(CommandPolicy, InternalRequestsAreOpenByRole) {
     for (const auto& [roles, commands] : commands_by_roles{
              {"Rsnrag",
-              {"", "show wuic:audit", "wuic", "wuic:basic-info", "wuic:syscontact",
-               "wuic:syslocation", "wuic:cache show roleinfo"}},
+              {"", " \t", "show wuic:audit", "show \xC3\xA9", "wuic", "wuic:basic-info",
+               "wuic:syscontact", "wuic:syslocation", "wuic:cache show roleinfo"}},
              {"Rsnra", {"wuic:exec-query?query=x"}},
              {"Rsnr", {"wuic:get-user-record?u", "wuic:get-all-user-records?"}},
              {"Rsn", {"wuic:write memory"}},
              {"Rsr", {"wuic:get-running-config?appid=8214", "wuic:telm?msgType=1", " WUIC:telm?x"}},
              {"R",
               {"wuic:", "wuic:basic-info?x=1", "wuic:BASIC-INFO", "wuic:cache showroleinfo",
-               "wuic:get-running-config-clrtxt?appid=1", " \t\v\f wUiC:adduser?uid=x",
-               "\x01\x7FWUIC:audit?type=1"}}}) {
+               "wuic:get-running-config-clrtxt?appid=1", " \t wUiC:adduser?uid=x"}}}) {
         for (const std::string_view command : commands)
             EXPECT_EQ(allowed_for(command_is_permitted, command), roles) << command;
+    }
+}
+
+// Whatever a command service counts as white space.
+TEST(CommandPolicy, AFirstWordThatIsNotPrintableIsForNobody) {
+    for (const std::string_view blank :
+         {"\xC2\xA0", "\xC2\x85", "\xE3\x80\x80", "\xEF\xBB\xBF", "\x0B", "\x0C", "\x7F", "\x01"}) {
+        for (const std::string_view command :
+             {"wuic:get-running-config-clrtxt", "show clock", ""}) {
+            for (const char* const front : {"", " \t"}) {
+                const std::string text = front + std::string(blank) + std::string(command);
+                EXPECT_EQ(allowed_for(command_is_permitted, text), "") << text;
+                EXPECT_EQ(allowed_for(fast_path_is_permitted, text), "") << text;
+            }
+            const std::string behind = "x" + std::string(blank) + std::string(command);
+            EXPECT_EQ(allowed_for(command_is_permitted, behind), "") << behind;
+        }
     }
 }
 
