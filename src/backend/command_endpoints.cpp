@@ -48,11 +48,6 @@ const reference* reference_at(string_view text) {
 constexpr char fast_path_user[] = "admin";
 constexpr char fast_path_role[] = "root";
 
-int invalid_arguments(wms_strbuf* response) {
-    wuic_generic_error(response, "Invalid arguments");
-    return -1;
-}
-
 // Answers with the reply to one command, or with nothing when it has neither reply nor message.
 int answer_single(wms_strbuf* response, const session_record* session, char* command) {
     command_unencode(command);
@@ -136,10 +131,15 @@ void command_unencode(char* text) {
     command_unencode(text, static_cast<std::int32_t>(std::strlen(text)));
 }
 
+int command_invalid(wms_strbuf* response) {
+    wuic_generic_error(response, "Invalid arguments");
+    return -1;
+}
+
 char* command_from_query(cgi* input, wms_strbuf* response) {
     char* const query = cgi_query_string(input);
     if (query == nullptr || query[0] == '\0') {
-        invalid_arguments(response);
+        command_invalid(response);
         return nullptr;
     }
     command_url_decode(query);
@@ -164,7 +164,7 @@ void command_cut_line(char* command) {
 bool command_end(wms_strbuf* response, char* command) {
     command_cut_line(command);
     if (command[0] != '\0') return true;
-    invalid_arguments(response);
+    command_invalid(response);
     return false;
 }
 
@@ -192,7 +192,7 @@ int execCommandWithContext(const char* /*key*/, wms_strbuf* response, session_re
 int execCommandPostWithContext(const char* /*key*/, wms_strbuf* response, session_record* session,
                                pg_conn* /*db*/, cgi* input) {
     const cgi_pair* const field = cgi_named_pair(input, "cmd");
-    if (field == nullptr || field->value == nullptr) return invalid_arguments(response);
+    if (field == nullptr || field->value == nullptr) return command_invalid(response);
     return answer_single(response, session, field->value);
 }
 
@@ -203,7 +203,7 @@ int execCommandsWithContext(const char* /*key*/, wms_strbuf* response, session_r
     command_cut_context(commands);
     command_unencode(commands);
     command_list list;
-    if (!command_split(commands, ",", &list)) return invalid_arguments(response);
+    if (!command_split(commands, ",", &list)) return command_invalid(response);
     wms_strbuf_append_all(response, {xml_header, "<result>"});
     return command_finish(response, append_replies(response, session, list));
 }

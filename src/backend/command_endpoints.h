@@ -11,6 +11,9 @@
 
 #include "runtime/handler.h"
 
+// Refuses a request: the generic error "Invalid arguments". Returns -1, the handler's result then.
+int command_invalid(wms_strbuf* response);
+
 // The raw query string, URL-decoded in place: the command of most handlers here. Null when there is
 // none; the response is then the generic error "Invalid arguments" and the handler returns -1. The
 // text belongs to `input`.

@@ -6,6 +6,10 @@
 
 // NOLINTBEGIN(readability-identifier-naming): fixed names
 
+// An argument with an "&" in it could add a parameter to the request that it becomes part of. Such
+// a query or address is refused with command_invalid, and nothing is sent; an identifier only where
+// a piece behind an "&" begins with the name of a parameter of the command service and "=".
+
 // The query in the form field "query"; an error document when there is none. The body is empty when
 // the helper fails.
 request_handler execUiQuery;
