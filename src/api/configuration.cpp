@@ -9,6 +9,7 @@
 #include "runtime/body_input.h"
 #include "runtime/cgi.h"
 #include "runtime/log.h"
+#include "runtime/redaction.h"
 #include "runtime/strbuf.h"
 #include "runtime/text.h"
 
@@ -73,7 +74,7 @@ const char* variable_or_empty(const cgi* input, const char* name) {
 
 void log_request(const cgi* input) {
     wuic_log(log_debug, " %s %d: Config handler initiated for URI %s http_method %s", log_source,
-             __LINE__, text_or_null(cgi_get_var(input, "REQUEST_URI")),
+             __LINE__, redact_uri(cgi_get_var(input, "REQUEST_URI")).text,
              text_or_null(cgi_get_var(input, "REQUEST_METHOD")));
     wuic_log(log_debug, "%s %d: HTTP Content type = %s", log_source, __LINE__,
              text_or_null(cgi_get_var(input, "CONTENT_TYPE")));
@@ -82,10 +83,10 @@ void log_request(const cgi* input) {
 // Decodes the payload's references where it stands.
 void decode_payload(char* payload) {
     wuic_log(log_debug, "%s %d: HTTP XML: Actual HTTP Payload length is = %zu payload is %s\n",
-             log_source, __LINE__, std::strlen(payload), payload);
+             log_source, __LINE__, std::strlen(payload), redact_fields(payload).text);
     command_unencode(payload, static_cast<std::int32_t>(std::strlen(payload)));
     wuic_log(log_debug, "%s %d: HTTP XML:  after escape length is = %zu payload is %s\n",
-             log_source, __LINE__, std::strlen(payload), payload);
+             log_source, __LINE__, std::strlen(payload), redact_fields(payload).text);
 }
 
 // Whether the payload is all that the client sent: a large one is not kept, and a NUL would cut it.

@@ -14,6 +14,7 @@
 #include "runtime/bounded_writer.h"
 #include "runtime/cgi.h"
 #include "runtime/log.h"
+#include "runtime/redaction.h"
 #include "runtime/url.h"
 
 #include "backend/command_endpoints.h"
@@ -83,7 +84,7 @@ bool parse_query(uri_query* query, const char* text) {
         cgi_parse_iii(&query->form, query->text.get(), static_cast<std::int32_t>(length), 0) == 0) {
         return true;
     }
-    wuic_log(log_error, "Could not parse the argument %s", text);
+    wuic_log(log_error, "Could not parse the argument %s", redact_fields(text).text);
     return false;
 }
 
@@ -126,10 +127,9 @@ malloc_text join(const line_parts& parts, std::initializer_list<std::string_view
 
 malloc_text read_line(const line_parts& p) {
     if (p.payload.empty()) return nullptr;
-    wuic_log(log_debug, "URI is %.*s&%.*s=%.*s&%.*s", static_cast<int>(p.operation.size()),
+    wuic_log(log_debug, "URI is %.*s&%.*s=%.*s&%s", static_cast<int>(p.operation.size()),
              p.operation.data(), static_cast<int>(p.kind.size()), p.kind.data(),
-             static_cast<int>(p.name.size()), p.name.data(), static_cast<int>(p.payload.size()),
-             p.payload.data());
+             static_cast<int>(p.name.size()), p.name.data(), redact_fields(p.payload).text);
     if (p.payload.starts_with("config_path")) {
         return join(p, {p.operation, "&", p.kind, "=", p.name, "&", p.payload});
     }
@@ -179,6 +179,6 @@ char* parse_uri(const char* uri, const char* operation, const char* payload,
     const char* const text = mark != std::string_view::npos ? uri + mark + 1 : nullptr;
     if (!read_query(&parts, &query, text)) return nullptr;
     malloc_text line = changing_line(parts);
-    if (line) wuic_log(log_debug, "URI is %s", line.get());
+    if (line) wuic_log(log_debug, "URI is %s", redact_fields(line.get()).text);
     return line.release();
 }

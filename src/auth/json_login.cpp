@@ -9,6 +9,7 @@
 #include "runtime/cgi.h"
 #include "runtime/error_response.h"
 #include "runtime/log.h"
+#include "runtime/redaction.h"
 #include "runtime/request.h"
 #include "runtime/strbuf.h"
 #include "runtime/text.h"
@@ -113,7 +114,8 @@ const char* report_no_session(wms_strbuf* out, const char* sid, int result, cons
     char reason[1024];
     error_text_escape(reason, sizeof reason, cause);
     controller_log(session_log_error, "%s(%d):Can't update a new session (main): %s, %s",
-                   session_log_source, __LINE__, sid, cause);
+                   session_log_source, __LINE__, redact_identifier(sid).text,
+                   redact_within(cause, sid).text);
     wuic_generic_error(out, "Can't update a new session (main): %s, %s", sid, reason);
     return "Unauthorized request, can't update session";
 }

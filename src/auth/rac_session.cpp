@@ -2,6 +2,7 @@
 
 #include "runtime/cgi.h"
 #include "runtime/log.h"
+#include "runtime/redaction.h"
 #include "runtime/strbuf.h"
 #include "runtime/text.h"
 
@@ -29,7 +30,8 @@ int wuic_is_valid_vpn_session(pg_conn* db, const cgi* vars, session_record* reco
     if (wuic_session_create(db, text, sid, client_addr, client.user, client.role, true, rac_path) !=
         0) {
         controller_log(session_log_error, "%s(%d): RAC: Can't update a new session (ret): %s, %s",
-                       session_log_source, __LINE__, sid, text_or_null(text.buf.data));
+                       session_log_source, __LINE__, redact_identifier(sid).text,
+                       redact_within(text_or_null(text.buf.data), sid).text);
         return 0;
     }
     *record = {};

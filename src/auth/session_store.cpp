@@ -12,6 +12,7 @@
 #include "runtime/cgi.h"
 #include "runtime/escape.h"
 #include "runtime/log.h"
+#include "runtime/redaction.h"
 #include "runtime/request.h"
 #include "runtime/strbuf.h"
 #include "runtime/wait.h"
@@ -77,7 +78,8 @@ std::optional<session_record> find_session(pg_conn* db, const char* sid) {
     const db_result rows = run(db, &text.buf, PGRES_TUPLES_OK);
     if (!rows) {
         controller_log(session_log_error, "%s(%d):Can't retrieve session %s: %s",
-                       session_log_source, __LINE__, sid, PQerrorMessage(db));
+                       session_log_source, __LINE__, redact_identifier(sid).text,
+                       redact_within(PQerrorMessage(db), sid).text);
         return std::nullopt;
     }
     if (PQntuples(rows.get()) < 1) return std::nullopt;
@@ -160,7 +162,8 @@ void keep_reason(wms_strbuf* text, const char* reason) {
 
 int not_created(wms_strbuf* text, const char* sid, const char* reason) {
     controller_log(session_log_error, "%s(%d):Can't update a new session: %s, %s",
-                   session_log_source, __LINE__, sid, reason);
+                   session_log_source, __LINE__, redact_identifier(sid).text,
+                   redact_within(reason, sid).text);
     keep_reason(text, reason);
     return -1;
 }
@@ -247,6 +250,7 @@ int wuic_session_delete(pg_conn* db, const char* sid) {
     const db_result result{PQexec(db, text)};
     if (PQresultStatus(result.get()) == PGRES_COMMAND_OK) return 0;
     controller_log(session_log_error, "%s(%d):Can't delete session %s: %s", session_log_source,
-                   __LINE__, sid, PQerrorMessage(db));
+                   __LINE__, redact_identifier(sid).text,
+                   redact_within(PQerrorMessage(db), sid).text);
     return -1;
 }

@@ -4,6 +4,7 @@
 
 #include "runtime/error_response.h"
 #include "runtime/log.h"
+#include "runtime/redaction.h"
 #include "runtime/strbuf.h"
 
 #include "backend/command_endpoints.h"
@@ -59,7 +60,8 @@ int run_on_port(wms_strbuf* response, const session_record* session, const char*
     command_cut_line(line.buf.data);
     const command_outcome outcome = command_run(session, line.buf.data);
     if (!outcome.failed) return 0;
-    wuic_log(log_error, "Error executing %s", line.buf.data);
+    wuic_log(log_error, "Error executing interface %s %s %s", kind.in_command, place,
+             redact_fields(command).text);
     return append_failure(response, kind, place, outcome.msg);
 }
 

@@ -10,8 +10,8 @@
 #include "runtime/cgi.h"
 #include "runtime/error_response.h"
 #include "runtime/log.h"
+#include "runtime/redaction.h"
 #include "runtime/strbuf.h"
-#include "runtime/text.h"
 #include "runtime/url.h"
 
 #include "backend/command_endpoints.h"
@@ -119,7 +119,8 @@ int execDTLSTELMQuery(const char* /*key*/, wms_strbuf* response, session_record*
                       pg_conn* /*db*/, cgi* input) {
     for (const cgi_pair& field :
          std::span(input->pairs.entries, static_cast<std::size_t>(input->pairs.count))) {
-        wuic_log(log_debug, "<%s:%d> Query: %s \n", __func__, __LINE__, text_or_null(field.value));
+        wuic_log(log_debug, "<%s:%d> Query: %s \n", __func__, __LINE__,
+                 redact_field(field.name, field.value).text);
     }
     char* const source = field_text(input, "srcIP");
     if (cgi_named_pair(input, "msgType") == nullptr) return 0;

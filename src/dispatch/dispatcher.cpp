@@ -10,6 +10,7 @@
 #include "runtime/error_response.h"
 #include "runtime/escape.h"
 #include "runtime/log.h"
+#include "runtime/redaction.h"
 #include "runtime/request.h"
 #include "runtime/session_record.h"
 #include "runtime/spool.h"
@@ -69,7 +70,7 @@ void refuse_unknown(wms_strbuf* response, const char* key) {
     char escaped[512];
     wuic_sgmlesc(escaped, sizeof escaped, key, static_cast<std::int32_t>(std::strlen(key)));
     wuic_generic_error(response, "unknown opcode: %s", escaped);
-    controller_log(log_error, "unknown opcode %s.", key);
+    controller_log(log_error, "unknown opcode %s.", redact_uri(key).text);
 }
 
 bool may_use(const session_record* session, const dispatch_row& row) {
@@ -96,8 +97,9 @@ bool token_holds(const dispatch_call& call, const dispatch_row& row) {
     } else {
         wuic_generic_error(call.response, "SID Validation failed");
     }
-    wuic_log(log_error, "SID Validation failed %s URI:%s", method, call.program_name);
-    controller_log(log_error, "SID Validation failed %s.", call.key);
+    wuic_log(log_error, "SID Validation failed %s URI:%s", method,
+             redact_uri(call.program_name).text);
+    controller_log(log_error, "SID Validation failed %s.", redact_uri(call.key).text);
     return false;
 }
 

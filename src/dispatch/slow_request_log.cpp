@@ -14,6 +14,7 @@
 #include "platform/system_log.h"
 
 #include "runtime/log.h"
+#include "runtime/redaction.h"
 #include "runtime/request.h"
 #include "runtime/text.h"
 
@@ -71,8 +72,9 @@ void append_line(const char* program_name, const char* key, std::time_t seconds)
     std::tm local{};
     if (::localtime_r(&now, &local) != nullptr) std::strftime(clock, sizeof clock, "%T ", &local);
     char line[system_log_line_max + 1];
-    std::snprintf(line, sizeof line, "%s %s %s %ld\n", clock, program_name,
-                  std::strcmp(program_name, key) == 0 ? "" : key, static_cast<long>(seconds));
+    std::snprintf(line, sizeof line, "%s %s %s %ld\n", clock, redact_uri(program_name).text,
+                  std::strcmp(program_name, key) == 0 ? "" : redact_uri(key).text,
+                  static_cast<long>(seconds));
     blank_controls(line);
     ::dprintf(fd.get(), "%s", line);
 }

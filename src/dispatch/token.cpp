@@ -6,6 +6,7 @@
 
 #include "runtime/cgi.h"
 #include "runtime/log.h"
+#include "runtime/redaction.h"
 #include "runtime/text.h"
 
 namespace {
@@ -28,7 +29,8 @@ bool method_is_get(const cgi* input) {
     return method != nullptr && std::strcmp(method, "GET") == 0;
 }
 
-// What a log line says of the request: key, the query as the server gave it, and the raw one.
+// What log lines are made of: key, the query as the server gave it (null: there is none), and the
+// raw one. All but the key may hold secrets.
 struct log_facts {
     const char* key;
     const char* query1;
@@ -36,14 +38,14 @@ struct log_facts {
 };
 
 log_facts facts_of(const char* key, const cgi* input) {
-    return {text_or_null(key), text_or_null(cgi_get_var(input, "QUERY_STRING")),
-            text_or_null(cgi_query_string(input))};
+    return {text_or_null(key), cgi_get_var(input, "QUERY_STRING"), cgi_query_string(input)};
 }
 
 token_result check_api(const log_facts& facts, const char* session_id, const cgi* input) {
     if (verifySidInRequest(cgi_get_var(input, "REQUEST_URI"), session_id)) return token_accepted;
-    wuic_log(log_error, "SID validation failed for API opcode:%s, query2:%s, sid:%s", facts.key,
-             facts.query2, session_id);
+    wuic_log(log_error, "SID validation failed for API opcode:%s, query2:%s, sid:%s",
+             redact_uri(facts.key).text, redact_fields(facts.query2).text,
+             redact_identifier(session_id).text);
     return token_refused_api;
 }
 
@@ -52,14 +54,16 @@ token_result check_field(const log_facts& facts, const char* session_id, const c
     if (is_empty(given)) {
         wuic_log(log_error,
                  "SID validation failed  UIDQORIN pair not found opcode:%s, query1:%s, query2:%s",
-                 facts.key, facts.query1, facts.query2);
+                 redact_uri(facts.key).text, redact_fields(facts.query1).text,
+                 redact_fields(facts.query2).text);
         return token_refused;
     }
     if (std::strcmp(given, session_id) != 0) {
         wuic_log(log_error,
                  "SID validation failed UIDQORIN do not match opcode:%s, query1:%s, sid:%s, "
                  "query2:%s",
-                 facts.key, facts.query1, session_id, facts.query2);
+                 redact_uri(facts.key).text, redact_fields(facts.query1).text,
+                 redact_identifier(session_id).text, redact_fields(facts.query2).text);
         return token_refused;
     }
     return token_accepted;
@@ -70,12 +74,14 @@ token_result strip_raw_query(const log_facts& facts, const char* session_id, con
     if (is_empty(raw)) {
         if (!method_is_get(input)) return token_accepted;
         wuic_log(log_error, "SID validation failed query2 is NULL  opcode:%s, query1:%s, query2:%s",
-                 facts.key, facts.query1, facts.query2);
+                 redact_uri(facts.key).text, redact_fields(facts.query1).text,
+                 redact_fields(facts.query2).text);
         return token_refused;
     }
     if (stripSidInArg(raw, session_id) || !method_is_get(input)) return token_accepted;
     wuic_log(log_error, "SID validation failed for striping Sid opcode:%s, query2:%s, sid:%s",
-             facts.key, facts.query2, session_id);
+             redact_uri(facts.key).text, redact_fields(facts.query2).text,
+             redact_identifier(session_id).text);
     return token_refused;
 }
 
@@ -85,8 +91,9 @@ token_result wuic_validate_sid(const char* key, const wms_strbuf*, const char* s
                                const pg_conn*, const cgi* input) {
     const log_facts facts = facts_of(key, input);
     if (is_empty(session_id)) {
-        wuic_log(log_debug, " Session not set yet opcode:%s, query1:%s, query2:%s", facts.key,
-                 facts.query1, facts.query2);
+        wuic_log(log_debug, " Session not set yet opcode:%s, query1:%s, query2:%s",
+                 redact_uri(facts.key).text, redact_fields(facts.query1).text,
+                 redact_fields(facts.query2).text);
         return token_accepted;
     }
     if (std::strstr(facts.key, "/v1/configuration") != nullptr) {
