@@ -8,8 +8,8 @@
 #include <array>
 #include <cstdio>
 #include <cstring>
-#include <optional>
 #include <unistd.h>
+#include <vector>
 
 #include "platform/paths.h"
 
@@ -58,13 +58,15 @@ const dispatch_row* find_really(string_view key) asm(
     "__real__Z13dispatch_findSt17basic_string_viewIcSt11char_traitsIcEE");
 
 const dispatch_row* find_noting(string_view key) {
-    static std::optional<dispatch_row> found;
+    static const std::vector<dispatch_row> noting = [] {
+        std::vector<dispatch_row> rows(dispatch_rows().begin(), dispatch_rows().end());
+        for (dispatch_row& row : rows)
+            row.handler = note_call;
+        return rows;
+    }();
     const dispatch_row* const row = find_really(key);
-    found.reset();
-    if (row == nullptr) return nullptr;
-    found.emplace(*row);
-    found->handler = note_call;
-    return &*found;
+    return row != nullptr ? &noting[static_cast<std::size_t>(row - dispatch_rows().data())]
+                          : nullptr;
 }
 
 namespace {
@@ -77,7 +79,7 @@ constexpr string_view before_session =
     " /v1/api/login /v1/api/logout heart-beat idp login logout ocsp redirect ";
 
 struct sent_request {
-    std::string argument0, script, info, sid, role, method, text;
+    std::string argument0, script, info, sid, role, method, site, text;
     bool found = false;
     bool factory_default = false;
 };
@@ -94,8 +96,11 @@ const dispatch_row* plain_find(string_view key) {
     return key.find('/') == string_view::npos ? nullptr : plain_exact(plain_split(key, '/').back());
 }
 
-// Which role has which bit is held by the access table of the end-to-end tests.
+// Which role has which bit, and which row other sites may call, is held by the access table of the
+// end-to-end tests.
 bool may_use(const sent_request& sent, const dispatch_row& row) {
+    const bool foreign = sent.site == "cross-site" || sent.site == "same-site";
+    if (foreign && (!row.from_other_sites || sent.method != "GET")) return false;
     session_record session{};
     session.found = sent.found;
     sent.role.copy(session.role, sizeof session.role - 1);
@@ -259,11 +264,15 @@ void set_factory_default(bool wanted) {
 
 }  // namespace
 
-// Switches: bit 0 the method, 2 a session, 3 and 4 together the factory-default state.
+// Switches: bit 0 the method, 2 a session, 3 and 4 together the factory-default state, 1, 6
+// and 7 the site that the request comes from.
 void fuzz_one(string_view data) {
     constexpr auto roles = std::to_array<const char*>(
         {"root", "standard", "read-only", "network-operations", "guest-provisioning",
          "location-api-mgmt", "snmpv3-user", "nbapi-mgmt", "ap-provisioning"});
+    constexpr auto sites =
+        std::to_array<const char*>({"", "cross-site", "same-site", "same-origin", "none",
+                                    "Cross-Site", "cross-site, none", "cross-site "});
     fuzz_require_sandbox();
     notes() = {};
     const fuzz_descriptor_check descriptors;
@@ -280,6 +289,7 @@ void fuzz_one(string_view data) {
     if (role < roles.size()) sent.role = roles[role];
     sent.method = (switches & 1U) != 0 ? "POST" : "GET";
     sent.found = (switches & 4U) != 0;
+    sent.site = sites[(switches >> 1U & 1U) | (switches >> 5U & 6U)];
     sent.factory_default = (switches & 24U) == 24;
     sent.text = fields.rest;
     set_factory_default(sent.factory_default);
@@ -290,6 +300,7 @@ void fuzz_one(string_view data) {
                                        {"REQUEST_URI", sent.script + sent.info + "?" + sent.text},
                                        {"SCRIPT_NAME", sent.script},
                                        {"PATH_INFO", sent.info},
+                                       {"HTTP_SEC_FETCH_SITE", sent.site},
                                        {"CONTENT_LENGTH", std::to_string(sent.text.size())}};
     quiet_request request;
     request.record.wuic_is_cgi_exec = true;

@@ -17,6 +17,7 @@ struct dispatch_row {
     std::uint32_t flag = 0;    // 0: the key counts as registered
     token_rule token = token_rule::never;
     wrapper_target* target = nullptr;  // set exactly where the handler is generic_wrapper
+    bool from_other_sites = false;     // a page of another site may call it, by GET
 };
 
 // All rows, in strictly ascending byte order of their names.

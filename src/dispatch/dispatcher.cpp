@@ -73,6 +73,19 @@ void refuse_unknown(wms_strbuf* response, const char* key) {
     controller_log(log_error, "unknown opcode %s.", redact_uri(key).text);
 }
 
+// Whether a page of another site sent the request: a browser says so in Sec-Fetch-Site, which no
+// page can set (Fetch Metadata, section 2.4). Scripts and machines send no such header.
+bool is_from_other_site(const cgi* input) {
+    const std::string_view site = text_or_null(cgi_get_var(input, "HTTP_SEC_FETCH_SITE"));
+    return site == "cross-site" || site == "same-site";
+}
+
+bool may_be_called_from_there(const cgi* input, const dispatch_row& row) {
+    if (!is_from_other_site(input)) return true;
+    const std::string_view method = text_or_null(cgi_get_var(input, "REQUEST_METHOD"));
+    return row.from_other_sites && method == "GET";
+}
+
 bool may_use(const session_record* session, const dispatch_row& row) {
     if (wuic_check_perm(session, row.mask)) return true;
     return !session->found && std::ranges::binary_search(rows_before_session, row.name);
@@ -133,7 +146,7 @@ void serve(const dispatch_call& call) {
         refuse_unknown(call.response, call.key);
         return;
     }
-    if (!may_use(call.session, *row)) {
+    if (!may_be_called_from_there(call.input, *row) || !may_use(call.session, *row)) {
         refuse_permission(call.response, call.key);
         return;
     }
@@ -168,7 +181,10 @@ bool may_spool_upload(wms_strbuf* response, const session_record* session, const
     for (const std::string_view page : spooled_pages) {
         if (uri.find(page) == std::string_view::npos) continue;
         const dispatch_row* row = dispatch_find_exact(page);
-        if (session->found && row != nullptr && wuic_check_perm(session, row->mask)) continue;
+        if (row != nullptr && may_be_called_from_there(input, *row) && session->found &&
+            wuic_check_perm(session, row->mask)) {
+            continue;
+        }
         refuse_permission(response, page.data());
         return false;
     }

@@ -6,13 +6,14 @@ struct pg_conn;
 struct session_record;
 struct wms_strbuf;
 
-// Serves one request: finds the row of the form field "opcode", else of `program_name`, checks role
-// and token, and calls the handler. Refusals are written into the response, too. Returns 0.
+// Serves one request: finds the row of the form field "opcode", else of `program_name`, checks that
+// no page of another site sent it (but for rows that such a page may call), role and token, and
+// calls the handler. Refusals are written into the response, too. Returns 0.
 int wuic_cgi(const char* program_name, wms_strbuf* response, session_record* session, pg_conn* db,
              cgi* input);
 
 // A spooled upload writes to flash while it is being parsed, so who may send one is decided before:
-// true when the session's role passes the mask of every upload page that the request's URI names.
-// Otherwise the refusal is in the response.
+// true when the session's role passes the mask of every upload page that the request's URI names,
+// and no page of another site sent it. Otherwise the refusal is in the response.
 [[nodiscard]] bool may_spool_upload(wms_strbuf* response, const session_record* session,
                                     const cgi* input);

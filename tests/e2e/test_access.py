@@ -1,11 +1,13 @@
 """Every row of access.tsv, for every role and without a session, by GET, by POST and by opcode, with
-its token, with another session's and with none: served or refused as the table states.
+its token, with another session's and with none, from the controller's own pages and from those of other
+sites: served or refused as the table states.
 
 The table states the access rules a second time, in words of its own:
   roles       who is served in a session; "any" is every role, unknown ones too
   no session  whether the row is served without one
   token       the methods that need the session's token
   setup       whether it is served while the controller has its factory-default configuration
+  other site  the method by which a page of another site may call it
 """
 
 import contextlib
@@ -25,6 +27,8 @@ ROLES = ["root", "standard", "read-only", "network-operations", "guest-provision
          "location-api-mgmt", "snmpv3-user", "nbapi-mgmt", "ap-provisioning", "Read-Only"]
 WITHOUT = ["nobody", "stale"]  # no cookie; one whose session is gone
 TOKENS = ["right", "foreign", "missing"]
+OTHER_SITES = ["cross-site", "same-site"]  # what a browser says of a page that calls
+OWN_SITES = ["same-origin", "none", "Cross-Site", "cross-site, none"]  # the last two are nobody's
 
 SERVED = "served"
 NO_PERMISSION = harness.ERROR_DOCUMENT % harness.NO_PERMISSION
@@ -51,6 +55,7 @@ class Case:
     method: str
     by_opcode: bool
     token: str
+    site: str = ""
 
     @property
     def name(self):
@@ -74,6 +79,8 @@ class Case:
     @property
     def verdict(self):
         row = ROWS[self.row]
+        if self.site in OTHER_SITES and row["other site"] != self.method:
+            return NO_PERMISSION
         if self.who in WITHOUT:
             return SERVED if row["no session"] == "yes" else NO_PERMISSION
         if row["roles"] != "any" and self.who not in row["roles"].split():
@@ -94,6 +101,9 @@ def all_cases():
                 asked = row["token"] != "-" and who in ROLES and right.verdict == SERVED
                 tokens = TOKENS if asked else ["foreign"] if row["token"] == "-" else ["right"]
                 yield from (Case(number, who, *way, token) for token in tokens)
+        for way in (("GET", False), ("POST", False), ("GET", True)):
+            for site in (*OTHER_SITES, OWN_SITES[number % len(OWN_SITES)]):
+                yield Case(number, "root", *way, "right", site)
 
 
 def chosen(cases):
@@ -102,7 +112,7 @@ def chosen(cases):
         return cases
     groups = {}
     for case in cases:
-        groups.setdefault((case.row, case.verdict), []).append(case)
+        groups.setdefault((case.row, case.verdict, case.site in OTHER_SITES), []).append(case)
     return [group[key[0] * 7 % len(group)] for key, group in groups.items()]
 
 
@@ -125,6 +135,8 @@ def send(case):
     target, body, headers = target_and_body(case)
     if case.sid:
         headers = {**headers, **harness.as_session(case.sid)}
+    if case.site:
+        headers = {**headers, "Sec-Fetch-Site": case.site}
     with one_upload_at_a_time if case.is_upload else contextlib.nullcontext():
         local.connection.request(case.method, target, body or None, headers)
         reply = local.connection.getresponse()
