@@ -59,6 +59,12 @@ void append_flash_warning(fsb* reason) {
             static_cast<int>(free), static_cast<int>(recommended_flash_mib));
 }
 
+int answer_save(wms_strbuf* response, bool saved, const char* reason) {
+    return wms_strbuf_fmt(response,
+                          "%s<qorin>\n<status>%s</status>\n<reason>%s</reason>\n</qorin>\n",
+                          xml_header, saved ? "ok" : "error", reason);
+}
+
 std::string_view data_of(const cgi_pair& pair) {
     if (pair.value == nullptr || pair.value_len <= 0) return {};
     return {pair.value, static_cast<std::size_t>(pair.value_len)};
@@ -69,7 +75,8 @@ std::string_view data_of(const cgi_pair& pair) {
 std::int32_t report_store_read(wms_strbuf* out) {
     const unique_fd file = safe_open_trusted(paths::custom_reports);
     struct stat facts {};
-    if (!file || ::fstat(file.get(), &facts) != 0 || facts.st_size < 0) return -1;
+    if (!file || ::fstat(file.get(), &facts) != 0) return -1;
+    if (facts.st_size < 0 || facts.st_size > report_store_max) return -1;
     if (wms_strbuf_reserve(out, facts.st_size) != 0) return -1;
     const std::int32_t before = out->length;
     const auto size = static_cast<std::int32_t>(facts.st_size);
@@ -103,15 +110,19 @@ int cr_save(const char* /*key*/, wms_strbuf* response, session_record* /*session
         wuic_generic_error(response, "invalid arguments");
         return 0;
     }
+    const std::string_view data = data_of(*operand);
+    if (data.size() > report_store_max) {
+        answer_save(response, false, "Custom reports are too large.");
+        return 0;
+    }
     if (client_has_left()) return -1;
     static_cast<void>(::mkdir(paths::upload_folder, everybody));  // fails where there is one
-    const bool saved = replace_file(paths::custom_reports, data_of(*operand));
+    const bool saved = replace_file(paths::custom_reports, data);
     char text[reason_size] = "";
     fsb reason;
     fsb_new(&reason, text, sizeof text);
     if (!saved) fsb_fmt(&reason, "Internal error!");
     append_flash_warning(&reason);
-    wms_strbuf_fmt(response, "%s<qorin>\n<status>%s</status>\n<reason>%s</reason>\n</qorin>\n",
-                   xml_header, saved ? "ok" : "error", text);
+    answer_save(response, saved, text);
     return 0;
 }

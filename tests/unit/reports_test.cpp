@@ -46,11 +46,11 @@ struct report_store : testing::Test {
 };
 
 TEST_F(report_store, keeps_every_byte_and_nothing_beside_the_file) {
-    flash_of("size=2002m");
+    flash_of("size=2048064k");
     EXPECT_EQ(serve(cr_load, ""), nothing_saved);
     for (const auto& [form, kept] : {std::pair{"operand=<a>%00%25s%0A"s, "<a>\0%s\n"s},
                                      {"operand=x", "x"},
-                                     {"operand=" + string(3000000, 'y'), string(3000000, 'y')}}) {
+                                     {"operand=" + string(1 << 20, 'y'), string(1 << 20, 'y')}}) {
         EXPECT_EQ(serve(cr_save, form), saved("ok", kept.size() < 1000 ? "" : warning(1999)));
         EXPECT_EQ(serve(cr_load, ""), xml_header + kept);
     }
@@ -66,10 +66,29 @@ TEST_F(report_store, keeps_every_byte_and_nothing_beside_the_file) {
 TEST_F(report_store, a_save_that_fails_leaves_the_old_file) {
     flash_of("size=1m");
     serve(cr_save, "operand=old");
-    EXPECT_EQ(serve(cr_save, "operand=" + string(2 << 20, 'x')),
+    EXPECT_EQ(serve(cr_save, "operand=" + string(1 << 20, 'x')),
               saved("error", "Internal error!" + warning(0)));
     EXPECT_EQ(serve(cr_load, ""), xml_header + "old"s);
     EXPECT_EQ(std::distance(std::filesystem::directory_iterator(paths::upload_folder), {}), 1);
+}
+
+TEST_F(report_store, what_is_too_large_is_neither_kept_nor_read) {
+    flash_of("size=2002m");
+    const string large((1 << 20) + 1, 'x');
+    serve(cr_save, "operand=old");
+    EXPECT_EQ(serve(cr_save, "operand=" + large), saved("error", "Custom reports are too large."));
+    EXPECT_EQ(serve(cr_load, ""), xml_header + "old"s);
+    for (const auto& [tail, rows] : {std::pair{"", true}, {"x", false}}) {
+        const string report =
+            "<qorin><cr><name>n</name><type>t</type><url>u</url><t>1</t></cr></qorin>";
+        const string file = report + string((1 << 20) - report.size(), ' ') + tail;
+        std::ofstream(paths::custom_reports) << file;
+        EXPECT_EQ(serve(cr_load, ""), rows ? xml_header + file : nothing_saved);
+        const request_record another;
+        scoped_strbuf table;
+        wuic_uih_custom_reports_to_cli(table);
+        EXPECT_EQ(text_of(table.buf).find("<r>") != string::npos, rows);
+    }
 }
 
 TEST_F(report_store, links_are_not_followed) {
