@@ -23,8 +23,6 @@
 
 namespace {
 
-constexpr char log_name[] = "httpd";
-
 struct parse_failure {
     int result;
     const char* reason;
@@ -96,7 +94,7 @@ bool retrieve_session(request_record& request, controller_databases& databases) 
 void process_begin(bool keeps_log) {
     out_of_memory_install();
     const int unnarrowed = privileges_narrow() ? 0 : errno;
-    system_log_open(log_name, keeps_log);
+    system_log_open(keeps_log);
     if (unnarrowed != 0) {
         controller_log(log_error, "Unable to give up privileges: %s", std::strerror(unnarrowed));
     }

@@ -7,6 +7,9 @@
 
 namespace {
 
+constexpr char own_name[] = "httpd";
+constexpr char access_name[] = "wms";
+
 bool is_control(char c) {
     const auto byte = static_cast<unsigned char>(c);
     return byte < 0x20 || byte == 0x7F;
@@ -23,8 +26,8 @@ void blank_controls(char* line) {
     }
 }
 
-void system_log_open(const char* name, bool at_once) {
-    openlog(name, at_once ? LOG_PID | LOG_NDELAY : LOG_PID, LOG_USER);
+void system_log_open(bool at_once) {
+    openlog(own_name, at_once ? LOG_PID | LOG_NDELAY : LOG_PID, LOG_USER);
 }
 
 void system_log_v(int priority, char* line, const char* format, va_list args) {
@@ -34,4 +37,15 @@ void system_log_v(int priority, char* line, const char* format, va_list args) {
     blank_controls(line);
     syslog(priority, "%s", line);
     errno = saved;
+}
+
+// openlog(3) changes the name alone where there is a connection.
+void system_log_access(const char* format, ...) {
+    char line[system_log_line_max + 1];
+    va_list args;
+    va_start(args, format);
+    openlog(access_name, LOG_PID, LOG_USER);
+    system_log_v(LOG_AUTHPRIV | LOG_NOTICE, line, format, args);
+    openlog(own_name, LOG_PID, LOG_USER);
+    va_end(args);
 }

@@ -1,4 +1,6 @@
 // Logging: what reaches the system log and the debug trace, in which form, and when.
+#include <filesystem>
+
 #include "runtime/redaction.h"
 
 #include "service_support.h"
@@ -30,6 +32,24 @@ TEST(Logging, LevelsDecideWhatIsLoggedWhere) {
     EXPECT_EQ(recorder.next(), "<379>not traced");
     EXPECT_EQ(contents(paths::debug_trace), "debug\n");
     unlink(paths::debug_trace);
+}
+
+std::ptrdiff_t open_descriptors() {
+    return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
+}
+
+// Also where it is the first line of all.
+TEST(Logging, OnlyALineAboutAccessHasAnotherName) {
+    const log_recorder recorder;
+    const request_record request;
+    for (int round = 0; round < 2; ++round) {
+        system_log_access("refused: %s\n<0>x", "y");
+        const auto connected = open_descriptors();
+        controller_log(3, "ours");
+        EXPECT_EQ(open_descriptors(), connected);
+        EXPECT_EQ(recorder.next(true), "<85>wms: refused: y <0>x");
+        EXPECT_EQ(recorder.next(true), "<379>httpd: ours");
+    }
 }
 
 TEST(Logging, TraceIsOpenToAllAndBounded) {
@@ -85,8 +105,7 @@ TEST(Redaction, ShortensAnIdentifierWhereverItStands) {
     EXPECT_STREQ(redact_within("(0123456789, x) 0123456789", "0123456789").text,
                  "(01234567..., x) 01234567...");
     EXPECT_STREQ(redact_within("no identifier", "").text, "no identifier");
-    EXPECT_EQ(std::strlen(redact_within(std::string(5000, 'x'), "y").text),
-              redacted_size - 1);
+    EXPECT_EQ(std::strlen(redact_within(std::string(5000, 'x'), "y").text), redacted_size - 1);
 }
 
 }  // namespace

@@ -59,15 +59,19 @@ struct log_recorder {
     unique_fd fd = bind_local("/dev/log", SOCK_DGRAM | SOCK_NONBLOCK);
     log_recorder() {
         closelog();
-        system_log_open("httpd");
+        system_log_open();
     }
-    // The next line as "<priority>text", without what the logger put between; empty if none.
-    std::string next() const {
+    // The next line as "<priority>text", without what the logger put between but, if asked for, the
+    // name; empty if there is none.
+    std::string next(bool with_name = false) const {
         char line[8192];
         const ssize_t got = recv(fd.get(), line, sizeof line, 0);
         if (got <= 0) return "";
         const std::string_view whole(line, static_cast<std::size_t>(got));
+        const std::string_view head = whole.substr(0, whole.find('['));
         return std::string(whole.substr(0, whole.find('>') + 1)) +
+               std::string(with_name ? head.substr(head.rfind(' ') + 1) : "") +
+               std::string(with_name ? ": " : "") +
                std::string(whole.substr(whole.find("]: ") + 3));
     }
 };
