@@ -41,6 +41,12 @@ call_notes& notes() {
     return taken;
 }
 
+constexpr string_view wrong_path = "Content-Type: text/xml\r\n\r\nwrong path";
+
+void note_refusal(wms_strbuf* response, const cgi*) {
+    wms_strbuf_append_all(response, {wrong_path});
+}
+
 int note_call(const char* key, wms_strbuf* response, session_record*, pg_conn*, cgi* input) {
     const char* const raw = cgi_query_string(input);
     ++notes().calls;
@@ -60,8 +66,10 @@ const dispatch_row* find_really(string_view key) asm(
 const dispatch_row* find_noting(string_view key) {
     static const std::vector<dispatch_row> noting = [] {
         std::vector<dispatch_row> rows(dispatch_rows().begin(), dispatch_rows().end());
-        for (dispatch_row& row : rows)
+        for (dispatch_row& row : rows) {
             row.handler = note_call;
+            if (row.own_path_only != nullptr) row.own_path_only = note_refusal;
+        }
         return rows;
     }();
     const dispatch_row* const row = find_really(key);
@@ -159,17 +167,21 @@ void check_error(string_view response, string_view reason_start) {
 }
 
 void check_handled(const sent_request& sent, const token_facts& facts, string_view response,
-                   const std::string& key) {
+                   const std::string& key, const std::string& name) {
     const dispatch_row* const row = plain_find(key);
     const bool allowed = row != nullptr && may_use(sent, *row);
     const token_outcome token =
         allowed ? plain_token(sent, facts, *row, key) : token_outcome::refused;
-    const bool runs = allowed && token == token_outcome::accepted;
+    const bool admitted = allowed && token == token_outcome::accepted;
+    const bool elsewhere = admitted && row->own_path_only != nullptr && plain_find(name) != row;
+    const bool runs = admitted && !elsewhere;
     expect(notes().calls == (runs ? 1 : 0), "a handler runs for whom the row admits, and once");
     if (runs) {
         expect(notes().key == key, "a handler gets the key");
         expect(body_behind(response, xml_header) == "<qorin>\n</qorin>\n", "one answer, unchanged");
         expect(facts.raw.starts_with(notes().raw), "the raw query is only ever shortened");
+    } else if (elsewhere) {
+        expect(response == wrong_path, "a login under another path is refused");
     } else if (row == nullptr) {
         check_error(response, "unknown opcode: ");
     } else if (!allowed) {
@@ -246,7 +258,7 @@ void serve(const sent_request& sent, fuzz_request& request) {
     if (sent.factory_default && !is_setup_key(name.c_str())) {
         check_setup_page(response->data);
     } else {
-        check_handled(sent, facts, response->data, opcode != nullptr ? opcode : name);
+        check_handled(sent, facts, response->data, opcode != nullptr ? opcode : name, name);
     }
 }
 

@@ -4,6 +4,7 @@
 #include <array>
 #include <cstdio>
 #include <cstring>
+#include <optional>
 #include <string_view>
 
 #include "runtime/cgi.h"
@@ -13,10 +14,13 @@
 #include "runtime/request.h"
 #include "runtime/strbuf.h"
 #include "runtime/text.h"
+#include "runtime/wait.h"
 
 #include "backend/cli_helper.h"
 
+#include "auth/login_refusal.h"
 #include "auth/login_settings.h"
+#include "auth/password_check.h"
 #include "auth/session_log.h"
 #include "auth/session_store.h"
 
@@ -76,20 +80,21 @@ login_peers read_peers(const cgi* vars) {
     return peers;
 }
 
-// Why the login is refused before anybody looks at the password; null when it is not.
-const char* refusal_beforehand(const login_settings& settings, const char* user,
-                               const char* password) {
-    if (request_is_factory_default()) {
-        return "Unauthorized request, controller in factory default state";
-    }
-    if (settings.login_cgi != nullptr &&
-        std::string_view{settings.login_cgi}.starts_with(rac_login_prefix)) {
-        return "Unauthorized request, rac user not allowed";
-    }
-    if (user == nullptr || password == nullptr) {
-        return "Unauthorized request, missing parameters username/password";
-    }
-    return nullptr;
+// Why a login is refused: for the system log, and for the client.
+struct refused_login {
+    login_refusal why;
+    const char* text;
+};
+
+using maybe_refused = std::optional<refused_login>;
+
+constexpr refused_login not_authenticated{
+    .why = login_refusal::wrong_password,
+    .text = "Unauthorized request, authentication failed",
+};
+
+refused_login not_authenticated_since(login_refusal why) {
+    return {.why = why, .text = not_authenticated.text};
 }
 
 // A decoded NUL would cut the text for everybody who reads it.
@@ -99,8 +104,28 @@ bool is_whole(const cgi* vars, const char* name, const char* value) {
            std::strlen(value) == static_cast<std::size_t>(pair->value_len);
 }
 
+// Refuses before anybody looks at the password.
+maybe_refused refusal_beforehand(const cgi* vars, const login_settings& settings, const char* user,
+                                 const char* password) {
+    if (request_is_factory_default()) {
+        return {{.why = login_refusal::factory_default,
+                 .text = "Unauthorized request, controller in factory default state"}};
+    }
+    if (settings.login_cgi != nullptr &&
+        std::string_view{settings.login_cgi}.starts_with(rac_login_prefix)) {
+        return {{.why = login_refusal::remote_access,
+                 .text = "Unauthorized request, rac user not allowed"}};
+    }
+    if (user == nullptr || password == nullptr) {
+        return {{.why = login_refusal::missing_parameters,
+                 .text = "Unauthorized request, missing parameters username/password"}};
+    }
+    const bool whole = is_whole(vars, "username", user) && is_whole(vars, "password", password);
+    return whole ? maybe_refused{} : not_authenticated;
+}
+
 // Tells that no session could be made; `cause` is what the database said.
-const char* report_no_session(wms_strbuf* out, const char* sid, int result, const char* cause) {
+refused_login report_no_session(wms_strbuf* out, const char* sid, int result, const char* cause) {
     if (result == -2) {
         controller_log(session_log_error,
                        "%s(%d):WebUI session limit reached: %d. Can't create any more WebUI "
@@ -109,7 +134,8 @@ const char* report_no_session(wms_strbuf* out, const char* sid, int result, cons
         wuic_generic_error(out,
                            "WebUI session limit reached: %d. Can't create any more WebUI sessions.",
                            session_limit);
-        return "Unauthorized request, session limit reached";
+        return {.why = login_refusal::session_limit,
+                .text = "Unauthorized request, session limit reached"};
     }
     char reason[1024];
     error_text_escape(reason, sizeof reason, cause);
@@ -117,24 +143,33 @@ const char* report_no_session(wms_strbuf* out, const char* sid, int result, cons
                    session_log_source, __LINE__, redact_identifier(sid).text,
                    redact_within(cause, sid).text);
     wuic_generic_error(out, "Can't update a new session (main): %s, %s", sid, reason);
-    return "Unauthorized request, can't update session";
+    return {.why = login_refusal::not_stored, .text = "Unauthorized request, can't update session"};
 }
 
-// Checks the password and makes the session, whose identifier goes into `sid`. Null on success,
-// else the reason.
-const char* log_in(wms_strbuf* out, pg_conn* db, const login_peers& peers, const char* user,
-                   const char* password, char* sid) {
+// Checks the password and makes the session, whose identifier goes into `sid`.
+maybe_refused log_in(wms_strbuf* out, pg_conn* db, const login_peers& peers, const char* user,
+                     const char* password, char* sid) {
     char role[64];
     char path[1025];
     char msg[cli_message_size];
-    if (wuic_auth_user(user, password, peers.client_ip, peers.client_port, peers.server_ip,
-                       peers.server_port, role, path, msg, false, nullptr, nullptr) != 1) {
-        return "Unauthorized request, authentication failed";
+    const password_verdict verdict = password_check({.user = user,
+                                                     .password = password,
+                                                     .src_ip = peers.client_ip,
+                                                     .src_port = peers.client_port,
+                                                     .dst_ip = peers.server_ip,
+                                                     .dst_port = peers.server_port},
+                                                    role, path, msg);
+    if (verdict == password_verdict::refused) return not_authenticated;
+    if (verdict == password_verdict::silent) {
+        return not_authenticated_since(login_refusal::service_silent);
+    }
+    if (verdict == password_verdict::challenged) {
+        return not_authenticated_since(login_refusal::challenge);
     }
     scoped_strbuf text;
     const int created =
         wuic_session_create(db, text, sid, peers.client_ip, user, role, false, path);
-    if (created == 0) return nullptr;
+    if (created == 0) return std::nullopt;
     return report_no_session(out, sid, created, text_or_null(text.buf.data));
 }
 
@@ -171,17 +206,14 @@ int api_login_internal(wms_strbuf* out, pg_conn* db, cgi* vars) {
     const char* const password = cgi_named_value(vars, "password");
 
     char sid[session_sid_size] = {};
-    const char* refusal = refusal_beforehand(settings, user, password);
-    if (refusal == nullptr &&
-        (!is_whole(vars, "username", user) || !is_whole(vars, "password", password))) {
-        refusal = "Unauthorized request, authentication failed";
-    }
-    if (refusal == nullptr) refusal = log_in(out, db, peers, user, password, sid);
-
-    if (refusal != nullptr) {
+    maybe_refused refusal = refusal_beforehand(vars, settings, user, password);
+    if (!refusal) refusal = log_in(out, db, peers, user, password, sid);
+    if (refusal) {
         // Where the database's confirmation was lost, the session may be there all the same.
         if (sid[0] != '\0') static_cast<void>(wuic_session_delete(db, sid));
-        api_write_json_response(out, 401, 1, refusal, nullptr, nullptr);
+        // Who has left was not refused: the login was cut short.
+        if (!client_has_left()) login_refusal_log(refusal->why, vars);
+        api_write_json_response(out, 401, 1, refusal->text, nullptr, nullptr);
     } else {
         api_write_json_response(out, 200, 0, "You've logged in successfully.", session_cookie, sid);
     }
@@ -196,6 +228,21 @@ int api_logout_internal(wms_strbuf* out, pg_conn* db, const session_record* sess
     api_write_json_response(out, 200, 0, "You've been logged out successfully.", session_cookie,
                             "");
     return 0;
+}
+
+void api_login_refuse_path(wms_strbuf* out, const cgi* vars) {
+    login_refusal_log(login_refusal::other_path, vars);
+    api_write_json_response(out, 401, 1, not_authenticated.text, nullptr, nullptr);
+}
+
+void login_page_refuse_path(wms_strbuf* out, const cgi* vars) {
+    login_refusal_log(login_refusal::other_path, vars);
+    scoped_strbuf document;
+    wuic_generic_error(document, "%s", not_authenticated.text);
+    wms_strbuf_clear(out);
+    wms_strbuf_append_all(
+        out,
+        {status_line_of(401), {document.buf.data, static_cast<std::size_t>(document.buf.length)}});
 }
 
 int api_login(const char* /*key*/, wms_strbuf* response, session_record* /*session*/, pg_conn* db,

@@ -29,3 +29,9 @@ int api_logout_internal(wms_strbuf* out, pg_conn* db, const session_record* sess
 // The rows of the dispatch table.
 request_handler api_login;
 request_handler api_logout;
+
+// Refuse a login that was sent under another path than its own, where no limit on logins counts it:
+// 401, and the command service is not asked. For the JSON API, and as an error document for the
+// rows that pages send to.
+path_refusal api_login_refuse_path;
+path_refusal login_page_refuse_path;

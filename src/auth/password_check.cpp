@@ -1,3 +1,6 @@
+#include "auth/password_check.h"
+
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <span>
@@ -21,7 +24,7 @@ constexpr std::size_t role_size = 64;
 constexpr std::size_t path_size = 1025;
 constexpr int command_size = 1024;
 
-enum auth_result : int { refused = 0, accepted = 1, challenged = 2 };
+using enum password_verdict;
 
 struct parsed_reply {
     cgi form{};
@@ -49,15 +52,20 @@ bool escape(std::span<char> out, const char* text) {
                           static_cast<std::int32_t>(in.size()), false) >= 0;
 }
 
+bool escape_login(escaped_login& out, const password_login& login) {
+    return escape(out.user, login.user) && escape(out.password, login.password) &&
+           escape(out.src_ip, login.src_ip) && escape(out.src_port, login.src_port) &&
+           escape(out.dst_ip, login.dst_ip) && escape(out.dst_port, login.dst_port);
+}
+
 // False when the command does not fit.
-bool build_command(fsb* command, const escaped_login& login, bool rac, const char* vap,
-                   const char* extra) {
+bool build_command(fsb* command, const password_login& asked, const escaped_login& login) {
     int length = fsb_fmt(
         command, "wuic:auth?uid=%s&passwd=%s&srcip=%s&srcport=%s&dstip=%s&dstport=%s", login.user,
         login.password, login.src_ip, login.src_port, login.dst_ip, login.dst_port);
-    if (rac && length >= 0) {
-        length = fsb_fmt(command, "&vap=%s&mode=rac", vap != nullptr ? vap : "");
-        if (extra != nullptr && length >= 0) length = fsb_fmt(command, "&%s", extra);
+    if (asked.rac && length >= 0) {
+        length = fsb_fmt(command, "&vap=%s&mode=rac", asked.vap != nullptr ? asked.vap : "");
+        if (asked.extra != nullptr && length >= 0) length = fsb_fmt(command, "&%s", asked.extra);
     }
     return length >= 0;
 }
@@ -81,7 +89,7 @@ bool keep_challenge(const cgi* form, auth_challenge& challenge) {
     return decode_field(form, "state", challenge.state);
 }
 
-auth_result read_reply(char* text, char* role_out, char* path_out) {
+password_verdict read_reply(char* text, char* role_out, char* path_out) {
     parsed_reply reply;
     if (cgi_parse_iii(&reply.form, text, static_cast<std::int32_t>(std::strlen(text)), 0) != 0) {
         return refused;
@@ -97,37 +105,50 @@ auth_result read_reply(char* text, char* role_out, char* path_out) {
     return role_out[0] != '\0' ? accepted : refused;
 }
 
-auth_result ask_helper(const char* command, char* role_out, char* path_out, char* msg) {
+password_verdict ask_helper(const char* command, char* role_out, char* path_out, char* msg) {
     char* output = nullptr;
     std::int32_t output_len = 0;
     const int result =
         wuic_cli_execute("", "", "", command, &output, &output_len, msg, cli_message_size);
     const malloc_text reply{output};
-    if (result != 0 || !reply || *reply == '\0' || msg[0] != '\0') return refused;
+    if (result != 0) return silent;
+    if (msg[0] != '\0') return refused;
+    if (!reply || *reply == '\0') return silent;
     return read_reply(reply.get(), role_out, path_out);
 }
 
 }  // namespace
 
+password_verdict password_check(const password_login& login, char* role_out, char* path_out,
+                                char* msg) {
+    role_out[0] = path_out[0] = msg[0] = '\0';
+    if (login.user == nullptr || login.password == nullptr) return refused;
+
+    escaped_login escaped;
+    if (!escape_login(escaped, login)) return refused;
+    char storage[command_size];
+    fsb command;
+    fsb_new(&command, storage, command_size);
+    if (!build_command(&command, login, escaped)) return refused;
+
+    const password_verdict verdict = ask_helper(storage, role_out, path_out, msg);
+    if (verdict == refused || verdict == silent) role_out[0] = path_out[0] = '\0';
+    return verdict;
+}
+
 // NOLINTNEXTLINE(readability-function-size): fixed interface
 int wuic_auth_user(const char* user, const char* password, const char* src_ip, const char* src_port,
                    const char* dst_ip, const char* dst_port, char* role_out, char* path_out,
                    char* msg, bool rac, const char* vap, const char* extra) {
-    role_out[0] = path_out[0] = msg[0] = '\0';
-    if (user == nullptr || password == nullptr) return refused;
-
-    escaped_login login;
-    if (!escape(login.user, user) || !escape(login.password, password) ||
-        !escape(login.src_ip, src_ip) || !escape(login.src_port, src_port) ||
-        !escape(login.dst_ip, dst_ip) || !escape(login.dst_port, dst_port)) {
-        return refused;
-    }
-    char storage[command_size];
-    fsb command;
-    fsb_new(&command, storage, command_size);
-    if (!build_command(&command, login, rac, vap, extra)) return refused;
-
-    const auth_result result = ask_helper(storage, role_out, path_out, msg);
-    if (result == refused) role_out[0] = path_out[0] = '\0';
-    return result;
+    const password_verdict verdict = password_check({.user = user,
+                                                     .password = password,
+                                                     .src_ip = src_ip,
+                                                     .src_port = src_port,
+                                                     .dst_ip = dst_ip,
+                                                     .dst_port = dst_port,
+                                                     .rac = rac,
+                                                     .vap = vap,
+                                                     .extra = extra},
+                                                    role_out, path_out, msg);
+    return std::max(0, static_cast<int>(verdict));
 }

@@ -16,8 +16,9 @@ struct dispatch_row {
     request_handler* handler;  // never null
     std::uint32_t flag = 0;    // 0: the key counts as registered
     token_rule token = token_rule::never;
-    wrapper_target* target = nullptr;  // set exactly where the handler is generic_wrapper
-    bool from_other_sites = false;     // a page of another site may call it, by GET
+    wrapper_target* target = nullptr;       // set exactly where the handler is generic_wrapper
+    bool from_other_sites = false;          // a page of another site may call it, by GET
+    path_refusal* own_path_only = nullptr;  // set where the row takes passwords
 };
 
 // All rows, in strictly ascending byte order of their names.

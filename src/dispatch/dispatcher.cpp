@@ -150,7 +150,12 @@ void serve(const dispatch_call& call) {
         refuse_permission(call.response, call.key);
         return;
     }
-    if (token_holds(call, *row) && settle_upload(call, *row)) call_handler(call, *row);
+    if (!token_holds(call, *row)) return;
+    if (row->own_path_only != nullptr && dispatch_find(call.program_name) != row) {
+        row->own_path_only(call.response, call.input);
+        return;
+    }
+    if (settle_upload(call, *row)) call_handler(call, *row);
 }
 
 }  // namespace

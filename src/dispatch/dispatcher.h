@@ -8,7 +8,8 @@ struct wms_strbuf;
 
 // Serves one request: finds the row of the form field "opcode", else of `program_name`, checks that
 // no page of another site sent it (but for rows that such a page may call), role and token, and
-// calls the handler. Refusals are written into the response, too. Returns 0.
+// calls the handler. A row that takes passwords is not served where only "opcode" leads to it.
+// Refusals are written into the response, too. Returns 0.
 int wuic_cgi(const char* program_name, wms_strbuf* response, session_record* session, pg_conn* db,
              cgi* input);
 

@@ -5,6 +5,7 @@ import contextlib
 import http.client
 import json
 import os
+import re
 import shutil
 import socket
 import ssl
@@ -230,6 +231,17 @@ def log_lines(level=3):
     log_settled()
     return [line for line in SYSLOG.read_text().splitlines()
             if line.startswith("<%d>" % (376 + level))]
+
+
+def logins_refused():
+    """What the lines about refused logins say, without date and process."""
+    log_settled()
+    return [re.sub(r"^(<\d+>).{16}(\w+)\[\d+\]: ", r"\1\2: ", line)
+            for line in SYSLOG.read_text().splitlines() if "login refused: " in line]
+
+
+def login_refused(reason, user="admin", address="127.0.0.1"):
+    return '<85>wms: login refused: address=%s reason=%s user="%s"' % (address, reason, user)
 
 
 def assert_logged(text, level=3):

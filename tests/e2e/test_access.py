@@ -8,6 +8,7 @@ The table states the access rules a second time, in words of its own:
   token       the methods that need the session's token
   setup       whether it is served while the controller has its factory-default configuration
   other site  the method by which a page of another site may call it
+  opcode      whether the field "opcode" reaches it under another path
 """
 
 import contextlib
@@ -35,8 +36,12 @@ NO_PERMISSION = harness.ERROR_DOCUMENT % harness.NO_PERMISSION
 NO_TOKEN = harness.ERROR_DOCUMENT % "SID Validation failed"
 NO_API_TOKEN = ('{"_global_result": {"status": 1, "status_str": '
                 '"Invalid authentication token(UIDQORIN) in request URL"}}')
+NO_LOGIN = harness.ERROR_DOCUMENT % "Unauthorized request, authentication failed"
+NO_API_LOGIN = ('{"_global_result": {"status":"1", "status_str": '
+                '"Unauthorized request, authentication failed"}}\r\n')
 REFUSALS = {NO_PERMISSION: (200, "text/xml"), NO_TOKEN: (200, "text/xml"),
-            NO_API_TOKEN: (401, "application/json")}
+            NO_API_TOKEN: (401, "application/json"),
+            NO_LOGIN: (401, "text/xml"), NO_API_LOGIN: (401, "application/json")}
 
 API = "/v1/configuration"
 UPLOADS = ("captiveportal_import.html", "wms-os-upload.html")
@@ -65,7 +70,7 @@ class Case:
     def path(self):
         """By opcode the page itself would say the contrary."""
         if self.by_opcode:
-            return "/nowhere" if self.verdict == SERVED else "/screens/wms/wms.login"
+            return "/screens/wms/wms.login" if self.verdict in (NO_PERMISSION, NO_TOKEN, NO_API_TOKEN) else "/nowhere"
         return self.name if self.name.startswith("/") else "/x/" + self.name
 
     @property
@@ -81,6 +86,8 @@ class Case:
         row = ROWS[self.row]
         if self.site in OTHER_SITES and row["other site"] != self.method:
             return NO_PERMISSION
+        if self.by_opcode and row["opcode"] == "no":
+            return NO_API_LOGIN if "api" in self.name else NO_LOGIN
         if self.who in WITHOUT:
             return SERVED if row["no session"] == "yes" else NO_PERMISSION
         if row["roles"] != "any" and self.who not in row["roles"].split():
@@ -146,7 +153,8 @@ def send(case):
 def is_as_stated(case, response):
     if case.verdict == SERVED:
         return response.status < 500 and response.text not in REFUSALS
-    return (response.text == case.verdict and response.cookies() == []
+    return (response.text == case.verdict
+            and (response.cookies() == [] or case.verdict == NO_API_LOGIN)
             and (response.status, response.header("Content-Type")) == REFUSALS[case.verdict])
 
 
@@ -181,7 +189,8 @@ def refusals_logged():
 
 def refusals_stated(cases):
     return Counter((case.name,) if case.verdict == NO_PERMISSION
-                   else (case.method, case.path.removeprefix("/x/")) for case in cases)
+                   else (case.method, case.path.removeprefix("/x/"))
+                   for case in cases if case.verdict not in (NO_LOGIN, NO_API_LOGIN))
 
 
 def test_who_is_refused_gets_nothing_done():
@@ -193,6 +202,8 @@ def test_who_is_refused_gets_nothing_done():
     assert harness.traffic() == []
     assert lasting_state() == before
     assert refusals_logged() == refusals_stated(cases)
+    elsewhere = [case for case in cases if case.verdict in (NO_LOGIN, NO_API_LOGIN)]
+    assert harness.logins_refused() == [harness.login_refused("other-path", "")] * len(elsewhere) != []
 
 
 def test_who_is_admitted_is_served():

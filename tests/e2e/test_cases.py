@@ -17,6 +17,7 @@ The outcome:
   traffic   what the controller received, in order, the keys that matter ("~" opens an expression),
             or just how often it was asked; nothing unless given
   log       texts that lines of the error log contain; nothing is logged unless given
+  login     a refused login's reason, and the user and the address that its line names; none unless given
   rows      sessions afterwards; as before unless given
 A table "default" fills in what a case leaves out.
 """
@@ -43,7 +44,7 @@ SESSIONS = {
 KEYS = {
     "session", "path", "query", "form", "body_sent", "method", "headers", "cookie", "plans", "env",
     "argv0", "body", "pattern", "reason", "error", "refused", "token", "api", "status", "type",
-    "cookies", "traffic", "log", "rows",
+    "cookies", "traffic", "log", "login", "rows",
 }
 
 # What a case may say of the answer: one of these, so that its own replaces the default's.
@@ -104,7 +105,7 @@ def send_by_hand(case, sid, path, method, body):
 
 def expand(case):
     """The outcome with its short forms written out."""
-    outcome = {"status": 200, "type": "text/xml", "cookies": [], "traffic": [], "log": []}
+    outcome = {"status": 200, "type": "text/xml", "cookies": [], "traffic": [], "log": [], "login": []}
     if "refused" in case:
         case = {**case, "reason": harness.NO_PERMISSION}
         outcome["log"] = ["no permission to execute opcode/program " + case["refused"]]
@@ -146,6 +147,8 @@ def check(response, want):
     for text in want["log"]:
         harness.assert_logged(text)
     assert want["log"] or not harness.log_lines(), harness.log_lines()
+    refused = harness.login_refused(*want["login"]) if want["login"] else None
+    assert harness.logins_refused() == [refused] * bool(refused)
 
 
 @pytest.mark.parametrize("case", load_cases())

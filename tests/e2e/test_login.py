@@ -58,6 +58,7 @@ def test_the_64th_session_is_the_last():
     assert (response.status, response.text) == (
         401, refused("Unauthorized request, session limit reached"))
     assert harness.session_count() == 64
+    assert harness.logins_refused() == [harness.login_refused("session-limit")]
     harness.assert_logged("Reached session limit: 64")
     harness.assert_logged("WebUI session limit reached: 64. Can't create any more WebUI sessions.")
 
@@ -98,7 +99,23 @@ def test_a_session_that_cannot_be_stored_is_no_login():
         harness.sql("ALTER TABLE http_session DROP CONSTRAINT nobody")
     assert (response.status, response.text) == (
         401, refused("Unauthorized request, can't update session"))
+    assert harness.logins_refused() == [harness.login_refused("not-stored")]
     for text in ("session: ", "session (main): "):
         pattern = re.escape("Can't update a new " + text) + r"[0-9a-f]{8}\.\.\., ERROR: .*\"nobody\""
         assert any(re.search(pattern, line) for line in harness.log_lines()), pattern
     assert not any(re.search(UUID, line) for line in harness.log_lines())  # in the reason neither
+
+
+def test_the_log_tells_why_a_login_was_refused():
+    with harness.helper_moved_aside():
+        assert login().text == refused("Unauthorized request, authentication failed")
+    assert login(password="x").status == 401
+    harness.log_settled()
+    # Lines that follow carry the program's own name again, over the same connection.
+    assert harness.execute("nobody").status == 200
+    assert [line.split("[")[0].split()[-1] for line in harness.log_lines()] == ["httpd"]
+    harness.FACTORY_DEFAULT.touch()
+    setup = harness.post_form("/screens/cmnutil/setupdata.xml", {"opcode": LOGIN, "username": "admin"})
+    assert setup.status == 401
+    assert harness.logins_refused() == [
+        harness.login_refused(reason) for reason in ("service-silent", "wrong-password", "other-path")]

@@ -1,4 +1,7 @@
 // Logging in over the JSON API, from what the helper is asked to the session.
+#include <filesystem>
+#include <fstream>
+
 #include "auth/connection_info.h"
 #include "auth/json_login.h"
 
@@ -85,6 +88,20 @@ TEST_F(login, only_a_whole_and_accepted_login_makes_a_session) {
         EXPECT_EQ(sql("SELECT string_agg(_user || role || admin, '') FROM http_session"),
                   std::strstr(row.status_text, "success") != nullptr ? "O'Brienr1" : "");
     }
+}
+
+TEST_F(login, a_controller_that_is_not_set_up_refuses_and_says_so) {
+    const log_recorder recorder;
+    request_record own;
+    ASSERT_TRUE(std::ofstream(paths::factory_default_marker));
+    set_variables(&own, {{"REMOTE_ADDR", "192.0.2.300"}});
+    EXPECT_EQ(api_login_internal(&own.response, db.get(), &own.input), 0);
+    std::filesystem::remove(paths::factory_default_marker);
+    EXPECT_NE(text_of(own.response).find("factory default state"), std::string::npos);
+    std::string last;
+    for (std::string line = recorder.next(); !line.empty(); line = recorder.next())
+        last = line;
+    EXPECT_EQ(last, "<85>login refused: address=- reason=factory-default user=\"\"");
 }
 
 TEST(connection_info, is_bounded_and_https_means_anything_but_on) {
