@@ -55,15 +55,10 @@ TEST(CommandPolicy, InternalRequestsAreOpenByRole) {
 TEST(CommandPolicy, AFirstWordThatIsNotPrintableIsForNobody) {
     for (const std::string_view blank :
          {"\xC2\xA0", "\xC2\x85", "\xE3\x80\x80", "\xEF\xBB\xBF", "\x0B", "\x0C", "\x7F", "\x01"}) {
-        for (const std::string_view command :
-             {"wuic:get-running-config-clrtxt", "show clock", ""}) {
-            for (const char* const front : {"", " \t"}) {
-                const std::string text = front + std::string(blank) + std::string(command);
-                EXPECT_EQ(allowed_for(command_is_permitted, text), "") << text;
-                EXPECT_EQ(allowed_for(fast_path_is_permitted, text), "") << text;
-            }
-            const std::string behind = "x" + std::string(blank) + std::string(command);
-            EXPECT_EQ(allowed_for(command_is_permitted, behind), "") << behind;
+        for (const std::string front : {"", " \t", "x"}) {
+            const std::string text = front + std::string(blank) + "wuic:get-running-config-clrtxt";
+            EXPECT_EQ(allowed_for(command_is_permitted, text), "") << text;
+            EXPECT_EQ(allowed_for(fast_path_is_permitted, text), "") << text;
         }
     }
 }
