@@ -63,6 +63,7 @@ def test_a_session_is_not_made_for_who_has_left_meanwhile(admin):
                 harness.wait_until(lambda: harness.sql(waiting, "postgres"), "the query")
         assert b"200 OK" in warm.output("/v1/api/login", AS_LOGIN, LOGIN)
         assert (harness.session_count(), warm.ended) == (2, [])
+        assert harness.logins_refused() == []  # it was cut short
 
 
 def test_an_upload_whose_client_leaves_in_its_middle_or_before_its_turn_is_forgotten(admin):
