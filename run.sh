@@ -26,6 +26,7 @@ scripts/packages.sh run
 /usr/bin/python3 scripts/check_ports.py "$listen" "$port"
 build_preset release
 say "starting; this takes some seconds"
-enter_sandbox --host-net --services "$services purge" --port "$port" --listen "$listen" -- scripts/demo.sh || status=$?
+enter_sandbox --host-net --limits --services "$services purge" --port "$port" --listen "$listen" -- \
+    scripts/demo.sh || status=$?
 [[ ${status:-0} -eq 130 ]] || exit "${status:-0}"
 say "stopped; nothing is left behind"

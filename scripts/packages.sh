@@ -11,8 +11,8 @@ packages_of() {
     case $1 in
         run) echo g++ make cmake ninja-build pkg-config libpq-dev postgresql-15 apache2-bin openssl curl \
             jq ieee-data python3 iproute2 util-linux procps libgtest-dev libfcgi-dev nginx-light spawn-fcgi \
-            multiwatch ;;
-        test) echo binutils libfaketime python3-pytest python3-psycopg2 systemd ;;
+            multiwatch libapache2-mod-qos ;;
+        test) echo binutils libfaketime python3-pytest python3-psycopg2 chromium fail2ban nftables systemd ;;
         lint) echo clang clang-format clang-tidy cppcheck shellcheck ;;
         # Node.js builds from elsewhere bring their own npm, and exclude Debian's.
         npm) [[ -x /usr/bin/npm ]] || echo npm ;;

@@ -7,6 +7,7 @@
 #
 #   --services "NAME..."  start these first: syslog postgres controller program http workers nginx purge;
 #                         all as the first name: those with Apache and CGI; warm: with nginx and workers
+#   --limits              clients meet the limits of an installation; else what deploy/ limits is not limited
 #   --preset NAME         the build that is installed (release); below build/
 #   --host-net            share the host's network; otherwise there is only a loopback interface
 #   --port N              port of the HTTP server (4343)
@@ -24,10 +25,11 @@ here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd -P)
 # shellcheck source=scripts/lib.sh
 . "$here/lib.sh"
 
-services='' preset=release net=(--net) private_net=yes port=4343 listen=127.0.0.1 lifeline=no writable=''
+services='' preset=release net=(--net) private_net=yes port=4343 listen=127.0.0.1 lifeline=no writable='' limits=none
 while [[ $# -gt 0 && $1 != -- ]]; do
     case $1 in
         --services) services=$2 && shift 2 ;;
+        --limits) limits=deployed && shift ;;
         --preset) preset=$2 && shift 2 ;;
         --port) port=$2 && shift 2 ;;
         --listen) listen=$2 && shift 2 ;;
@@ -52,7 +54,7 @@ environment=(
     SANDBOX_CHECKOUT="$(dirname "$here")" SANDBOX_PRIVATE_NET="$private_net"
     SANDBOX_LIFELINE="$lifeline" SANDBOX_SERVICES="$services"
     SANDBOX_WRITABLE="$writable"
-    WMS_WORKERS="$workers"
+    WMS_WORKERS="$workers" WMS_LIMITS="$limits"
     WMS_PRESET="$preset" WMS_PORT="$port" WMS_LISTEN="$listen"
     WMS_URL="https://${listen/#0.0.0.0/127.0.0.1}:$port"
 )

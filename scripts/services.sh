@@ -90,11 +90,18 @@ make_certificate() {
         -keyout "$run_folder/http/server.key" -out "$run_folder/http/server.crt" 2>"$run_folder/openssl.out"
 }
 
+# start_server SERVER UNLIMITED FOLDER: tests and benchmarks come from one address with many clients, so
+# theirs has the file UNLIMITED instead of the limits of an installation.
+start_server() {
+    local server=$1 limits=/checkout/scripts/$2 folder=$run_folder/$3
+    [[ $WMS_LIMITS != deployed ]] || limits=/checkout/deploy/$server/wms-limits.conf
+    make_certificate
+    service "$3" scripts/http_server.sh "$server" "$WMS_LISTEN:$WMS_PORT" "$limits" "$folder"
+}
+
 # Apache, which starts the program for each request.
 start_http() {
-    make_certificate
-    service http /usr/sbin/apache2 -f /checkout/scripts/httpd.conf \
-        -C "Define WMS_LISTEN $WMS_LISTEN:$WMS_PORT" -D FOREGROUND
+    start_server apache httpd-unlimited.conf http
 }
 
 # It listens before it has all of its settings; the id file is written when it is done with them.
@@ -112,10 +119,7 @@ ready_workers() {
 }
 
 start_nginx() {
-    make_certificate
-    mkdir -p "$run_folder/nginx" /var/log/nginx
-    sed "s/@ADDRESS@/$WMS_LISTEN:$WMS_PORT/" scripts/nginx.conf >"$run_folder/nginx/nginx.conf"
-    service nginx /usr/sbin/nginx -c "$run_folder/nginx/nginx.conf" -g "daemon off;"
+    start_server nginx nginx-unlimited.conf nginx
 }
 
 ready_nginx() {

@@ -35,7 +35,8 @@ SQL_PAYLOADS = [
 # The internal requests that are the program's own, as far as their beginning decides what they do.
 OWN_REQUESTS = ("wuic:auth?uid=", "wuic:exec-query?query=", "wuic:telm?msgType=1&srcIP=",
                 "wuic:get-running-config?appid=", "wuic:basic-info")
-HEADERS = {"date", "server", "connection", "keep-alive", "content-length", "transfer-encoding",
+HEADERS = {"content-security-policy", "x-content-type-options", "referrer-policy", "cross-origin-resource-policy",
+           "cache-control", "date", "server", "connection", "keep-alive", "content-length", "transfer-encoding",
            "content-type", "expires"}
 FOLDERS = ("/tmp", "/flash", "/vantor", "/root", "/var")
 MAY_APPEAR = {Path("/tmp/ooo"), Path("/flash/upload/custom-reports.xml")}
