@@ -82,7 +82,7 @@ run_e2e() {
 run_warm() {
     local name files=()
     for name in cases login entry upload configuration ap_search dashboard helper limits openapi serving \
-        access hostile_replies injection planted logs doors headers; do
+        access hostile_replies injection planted logs doors headers browser; do
         files+=("tests/e2e/test_$name.py")
     done
     /usr/bin/python3 -m pytest "${files[@]}" -q -p no:cacheprovider --tb=short --junitxml="$results" "$@" || true
