@@ -115,9 +115,9 @@ def test_a_flash_that_fills_while_an_upload_arrives(admin):
     harness.assert_logged("write error (28) writing to post.data. usetmp:0")
 
 
-@pytest.mark.parametrize("size, read_only", [(MIB, False), (9 * MIB, True)], ids=["full", "read-only"])
+@pytest.mark.parametrize("size, read_only", [(MIB // 2, False), (9 * MIB, True)], ids=["full", "read-only"])
 def test_reports_that_cannot_be_saved_leave_the_old_ones(admin, size, read_only):
-    body, headers = harness.multipart(("operand", b"<new/>" * 300000))
+    body, headers = harness.multipart(("operand", b"<new/>" * 150000))
     with flash(size, read_only):
         answer = harness.http_request("/screens/wms/cr-save", "POST", body,
                                       {**headers, **harness.as_session(admin)}).text
@@ -125,7 +125,7 @@ def test_reports_that_cannot_be_saved_leave_the_old_ones(admin, size, read_only)
         assert REPORTS.read_bytes() == b"<old/>"
         assert_nothing_left()
         if not read_only:
-            REPORTS.write_bytes(bytes(MIB - 4096))
+            REPORTS.write_bytes(bytes(size - 4096))
         loaded = harness.http_request("/screens/wms/cr-load", headers=harness.as_session(admin))
         assert loaded.body == REPORTS.read_bytes()
 
@@ -177,8 +177,6 @@ def test_what_needs_more_memory_than_there_is(admin):
     harness.assert_logged("Unable to malloc (%d) for buffer." % (8 * MIB + 8))
     harness.plan(generate={"kind": "table", "count": 8})
     assert ask(command) == "<re><ERROR>Malloc failed: Cannot allocate memory</ERROR></re>"
-    REPORTS.write_bytes(b"<cr/>" * MIB)
-    assert ask("/screens/wms/cr-load") == error
     body, headers = upload_form(admin, bytes(8 * MIB))
     assert ask(PAGE, body, headers["Content-Type"]) == harness.ERROR_DOCUMENT % DONE
     assert harness.IMAGE.read_bytes() == bytes(8 * MIB)
