@@ -127,9 +127,9 @@ malloc_text join(const line_parts& parts, std::initializer_list<std::string_view
 
 malloc_text read_line(const line_parts& p) {
     if (p.payload.empty()) return nullptr;
-    wuic_log(log_debug, "URI is %.*s&%.*s=%.*s&%s", static_cast<int>(p.operation.size()),
-             p.operation.data(), static_cast<int>(p.kind.size()), p.kind.data(),
-             static_cast<int>(p.name.size()), p.name.data(), redact_fields(p.payload).text);
+    wuic_log(log_debug, "URI is %.*s&%s=%s&%s", static_cast<int>(p.operation.size()),
+             p.operation.data(), redact_uri(p.kind).text, redact_uri(p.name).text,
+             redact_fields(p.payload).text);
     if (p.payload.starts_with("config_path")) {
         return join(p, {p.operation, "&", p.kind, "=", p.name, "&", p.payload});
     }

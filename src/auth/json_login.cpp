@@ -211,8 +211,10 @@ int api_login_internal(wms_strbuf* out, pg_conn* db, cgi* vars) {
     if (refusal) {
         // Where the database's confirmation was lost, the session may be there all the same.
         if (sid[0] != '\0') static_cast<void>(wuic_session_delete(db, sid));
-        // Who has left was not refused: the login was cut short.
-        if (!client_has_left()) login_refusal_log(refusal->why, vars);
+        // Who has left before anything was decided was not refused: the login was cut short.
+        const bool undecided = refusal->why == login_refusal::service_silent ||
+                               refusal->why == login_refusal::not_stored;
+        if (!undecided || !client_has_left()) login_refusal_log(refusal->why, vars);
         api_write_json_response(out, 401, 1, refusal->text, nullptr, nullptr);
     } else {
         api_write_json_response(out, 200, 0, "You've logged in successfully.", session_cookie, sid);

@@ -48,6 +48,12 @@ db_result run(pg_conn* db, const wms_strbuf* text, ExecStatusType wanted) {
     return result;
 }
 
+// A statement that writes; none for a client that has left, for whom the one before it may have
+// waited.
+bool write(pg_conn* db, const wms_strbuf* text) {
+    return !client_has_left() && run(db, text, PGRES_COMMAND_OK) != nullptr;
+}
+
 // The first row as a record; none when the user or the role is longer than a record holds: a
 // command must never run under a part of a name.
 std::optional<session_record> read_row(const PGresult* rows, const char* sid) {
@@ -103,7 +109,7 @@ bool delete_older_rac_sessions(pg_conn* db, wms_strbuf* text, const row_literals
     wms_strbuf_clear(text);
     wms_strbuf_fmt(text, "DELETE FROM http_session WHERE ip='%s' AND user='%s' AND role='%s'",
                    row.ip, row.user, row.role);
-    return run(db, text, PGRES_COMMAND_OK) != nullptr;
+    return write(db, text);
 }
 
 bool delete_same_session(pg_conn* db, wms_strbuf* text, const row_literals& row) {
@@ -112,7 +118,7 @@ bool delete_same_session(pg_conn* db, wms_strbuf* text, const row_literals& row)
                    "DELETE FROM http_session WHERE sid='%s' AND ip='%s' AND _user='%s' AND "
                    "role='%s' AND admin=%d",
                    row.sid, row.ip, row.user, row.role, row.admin);
-    return run(db, text, PGRES_COMMAND_OK) != nullptr;
+    return write(db, text);
 }
 
 bool insert_session(pg_conn* db, wms_strbuf* text, const row_literals& row) {
@@ -121,7 +127,7 @@ bool insert_session(pg_conn* db, wms_strbuf* text, const row_literals& row) {
                    "INSERT INTO http_session  values ('%s', '%s', '%s', '%s', '', NOW(), NOW(), "
                    "%d, '%s')",
                    row.sid, row.ip, row.user, row.role, row.admin, row.path);
-    return run(db, text, PGRES_COMMAND_OK) != nullptr;
+    return write(db, text);
 }
 
 // Counting and inserting are two statements, and other requests count in between unless they wait.
@@ -144,7 +150,9 @@ struct creation_transaction {
     [[nodiscard]] bool begin() const {
         return !client_has_left() && ended_with(begin_creation, PGRES_TUPLES_OK);
     }
-    [[nodiscard]] bool commit() const { return ended_with("COMMIT", PGRES_COMMAND_OK); }
+    [[nodiscard]] bool commit() const {
+        return !client_has_left() && ended_with("COMMIT", PGRES_COMMAND_OK);
+    }
 
   private:
     [[nodiscard]] bool ended_with(const char* statement, ExecStatusType wanted) const {
@@ -228,8 +236,6 @@ int wuic_session_create(pg_conn* db, wms_strbuf* text, char* sid_out, const char
     if (count >= session_limit) return limit_reached(text);
     // Without a count the limit cannot be kept, so nothing is stored.
     if (count < 0) return not_created(text, sid_out, PQerrorMessage(db));
-    // The lock may have been waited for.
-    if (client_has_left()) return not_created(text, sid_out, "the client has left");
     if (rac && !delete_older_rac_sessions(db, text, row)) {
         return older_not_deleted(text, PQerrorMessage(db));
     }

@@ -31,7 +31,9 @@ inline constexpr int session_sid_size = 128;  // bytes that wuic_session_create 
 // empty; a path that does not fit becomes empty. Returns 0, -1 on a failure or when a text does not
 // fit or the client has left, -2 at the session limit. Unless it returns 0, `text` holds the
 // reason, which may be empty; the connection no longer has it. REQUIRES: no transaction is open on
-// `db`. NOLINTNEXTLINE(readability-function-size): fixed interface
+// `db`.
+//
+// NOLINTNEXTLINE(readability-function-size): fixed interface
 [[nodiscard]] int wuic_session_create(pg_conn* db, wms_strbuf* text, char* sid_out, const char* ip,
                                       const char* user, const char* role, bool rac,
                                       const char* path);

@@ -134,7 +134,8 @@ const char* connect_path(cli_exchange* exchange, const char* path, bool alone) {
     while (connect(fd, generic, sizeof addr) != 0) {
         if (!is_worth_another_try(fd, alone, &waits)) return connecting;
     }
-    return nullptr;
+    // That call may have taken a second.
+    return waits && client_has_left() ? connecting : nullptr;
 }
 
 // Whether the service has bound its socket to this very path, whatever led there.

@@ -1,6 +1,7 @@
 #include "backend/port_commands.h"
 
 #include <cstring>
+#include <string_view>
 
 #include "runtime/error_response.h"
 #include "runtime/log.h"
@@ -50,6 +51,11 @@ int append_failure(wms_strbuf* response, const port_kind& kind, const char* plac
                           error_text_escape(message_text, escaped_size, message));
 }
 
+// Anything else is the client's text, which may hold a secret.
+bool is_port(std::string_view place) {
+    return place.find_first_not_of("0123456789/") == place.npos;
+}
+
 int run_on_port(wms_strbuf* response, const session_record* session, const char* port,
                 const char* command) {
     const port_kind& kind = port[0] == 'f' ? fast_ethernet : gigabit_ethernet;
@@ -60,8 +66,8 @@ int run_on_port(wms_strbuf* response, const session_record* session, const char*
     command_cut_line(line.buf.data);
     const command_outcome outcome = command_run(session, line.buf.data);
     if (!outcome.failed) return 0;
-    wuic_log(log_error, "Error executing interface %s %s %s", kind.in_command, place,
-             redact_fields(command).text);
+    wuic_log(log_error, "Error executing interface %s %s %s", kind.in_command,
+             is_port(place) ? place : redact_fields(place).text, redact_fields(command).text);
     return append_failure(response, kind, place, outcome.msg);
 }
 

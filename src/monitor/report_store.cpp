@@ -43,9 +43,8 @@ bool replace_file(const char* path, std::string_view data) {
     std::snprintf(fresh, sizeof fresh, "%s.%d", path, static_cast<int>(::getpid()));
     const unique_fd file = safe_open_for_writing(fresh, O_WRONLY | O_TRUNC, everybody);
     if (!file) return false;
-    if (write_all(file.get(), data) && ::fsync(file.get()) == 0 && ::rename(fresh, path) == 0) {
-        return true;
-    }
+    const bool written = write_all(file.get(), data) && ::fsync(file.get()) == 0;
+    if (written && !client_has_left() && ::rename(fresh, path) == 0) return true;
     ::unlink(fresh);
     return false;
 }

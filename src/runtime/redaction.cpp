@@ -13,6 +13,7 @@ using std::string_view;
 constexpr std::size_t name_max = 32;
 constexpr std::size_t identifier_shown = 8;
 constexpr string_view left_out = "...";
+constexpr string_view token_start = "UIDQORIN=";
 
 // Room for what stands for the rest is kept back.
 struct redaction {
@@ -109,14 +110,20 @@ redacted redact_field(const char* name, const char* value) {
 }
 
 redacted redact_uri(const char* uri) {
-    const string_view whole = text_or_null(uri);
-    const string_view path = whole.substr(0, whole.find('?'));
+    return redact_uri(string_view{text_or_null(uri)});
+}
+
+redacted redact_uri(string_view uri) {
+    const std::size_t end = std::min({uri.find_first_of("?&"), uri.find(token_start), uri.size()});
     redaction to;
-    append_cut(&to, path);
-    if (path.size() < whole.size()) {
-        append_whole(&to, {"?"});
-        append_fields(&to, whole.substr(path.size() + 1));
+    append_cut(&to, uri.substr(0, end));
+    string_view fields = uri.substr(end);
+    if (fields.empty()) return finish(&to);
+    if (!fields.starts_with(token_start)) {
+        append_whole(&to, {fields.substr(0, 1)});
+        fields.remove_prefix(1);
     }
+    append_fields(&to, fields);
     return finish(&to);
 }
 

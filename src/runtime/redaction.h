@@ -21,8 +21,10 @@ redacted redact_fields(std::string_view text);
 // One field of a form; null texts are empty.
 redacted redact_field(const char* name, const char* value);
 
-// A URI, or a key that may be one: its path as it stands, what follows "?" as redact_fields.
+// A URI, or a key that may be one: its path as it stands; what follows "?" or "&", and a token that
+// stands in the path, as redact_fields.
 redacted redact_uri(const char* uri);
+redacted redact_uri(std::string_view uri);
 
 // A session identifier: its first eight characters and "...".
 redacted redact_identifier(std::string_view identifier);

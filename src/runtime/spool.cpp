@@ -36,9 +36,9 @@ struct spool_place {
 constexpr spool_place on_flash{paths::spool_flash, 0, 60};
 constexpr spool_place on_ramdisk{paths::spool_ramdisk, 1, 75};
 
-// All uploads use the same files, so they take turns. Whoever may open
-// a file may lock it for as long as he likes, so it is one that only root opens. The kernel gives
-// the lock back. None, with errno set, when there is no lock to be had.
+// All uploads use the same files, so they take turns. Whoever may open a file may lock it for as
+// long as he likes, so it is one that only root opens. The kernel gives the lock back. None, with
+// errno set, when there is no lock to be had.
 unique_fd wait_for_turn() {
     unique_fd turn(
         ::open(paths::upload_turn, O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, S_IRUSR | S_IWUSR));
@@ -145,7 +145,7 @@ int receive_and_parse(cgi* input, std::int64_t length, const spool_place& place,
     if (const int error = receive(spool.get(), length, window.get(), place.on_ramdisk)) {
         return error;
     }
-    if (::lseek(spool.get(), 0, SEEK_SET) != 0) return cgi_read_error;
+    if (client_has_left() || ::lseek(spool.get(), 0, SEEK_SET) != 0) return cgi_read_error;
     return spool_parse(input, spool.get(), window.get(), has_image);
 }
 

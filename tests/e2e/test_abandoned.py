@@ -7,6 +7,8 @@ import os
 import select
 from pathlib import Path
 
+import pytest
+
 import fcgi
 import harness
 import kinds
@@ -54,11 +56,13 @@ def test_who_has_left_before_the_request_is_read_asks_for_nothing(admin):
         assert (harness.session_count(), warm.ended) == (1, [])
 
 
-def test_a_session_is_not_made_for_who_has_left_meanwhile(admin):
-    """Its transaction is ended, and the next login waits for nothing."""
+@pytest.mark.parametrize("mode", ["ACCESS EXCLUSIVE", "SHARE"])
+def test_a_session_is_not_made_for_who_has_left_meanwhile(admin, mode):
+    """Before the sessions are counted, or before one is written. The transaction is ended, and the next login
+    waits for nothing."""
     waiting = "SELECT 1 FROM pg_stat_activity WHERE wait_event_type = 'Lock' AND usename = 'root'"
     with workers() as warm:
-        with table_locked():
+        with table_locked(mode):
             with warm.begin("/v1/api/login", AS_LOGIN, LOGIN).socket:
                 harness.wait_until(lambda: harness.sql(waiting, "postgres"), "the query")
         assert b"200 OK" in warm.output("/v1/api/login", AS_LOGIN, LOGIN)

@@ -27,6 +27,11 @@ REFUSALS = {
 SERVED = {
     "a command on a port that fails": ("GET", CMNUTIL + "execMultipleCommands.xml?g1;?" + COMMAND + "&UIDQORIN=$SID", "",
                                        "Error executing interface gigabitethernet 1 ["),
+    "a port that is none": ("GET", CMNUTIL + "execMultipleCommands.xml?g" + PASSWORD + ";?x&UIDQORIN=$SID", "",
+                            "Error executing interface gigabitethernet [15] [1]"),
+    "the token in the path": ("GET", "/x/nothing&UIDQORIN=$SID", "", "unknown opcode /x/nothing&UIDQORIN=[36]."),
+    "the token for a name": ("GET", "/v1/configuration/object/UIDQORIN=$SID?x", "", "object/UIDQORIN=[38]"),
+    "a field for a key": ("POST", "/x", "opcode=cmd%26passwd%3D" + PASSWORD, "unknown opcode cmd&passwd=[15]."),
     "an address": ("GET", CMNUTIL + "telm?msgType=1&srcIP=" + PASSWORD, "", "Query: srcIP=[15]"),
     "a configuration": ("POST", "/v1/configuration/object?UIDQORIN=$SID", 'a={"passwd": "%s"}' % PASSWORD,
                         "payload is a=["),
@@ -40,15 +45,15 @@ def test_no_password_and_no_identifier_is_logged_at_any_level(row):
     sid, other = harness.add_session(), harness.add_session()
     path, body = (text.replace("$SID", sid).replace("$OTHER", other) for text in (path, body))
     Path("/tmp/http_log_level").write_text("web 7\n")
-    if "fails" in row:
+    if "port" in row:
         harness.plan(message="no")
     response = harness.http_request(path, method, body.encode(),
                                     harness.form_headers(harness.as_session(sid)))
     assert (response.status == 401 or "SID Validation failed" in response.text) == (row in REFUSALS)
     harness.log_settled()
     for record in (harness.SYSLOG, TRACE):
-        text = record.read_text()
-        assert words in text
+        text = record.read_text() if record.exists() else ""  # not every line is for the trace
+        assert words in text or record is TRACE and "unknown opcode" in words
         assert [secret for secret in (PASSWORD, sid, other) if secret in text] == []
 
 

@@ -261,11 +261,11 @@ def end_blocked_backends():
 
 
 @contextlib.contextmanager
-def table_locked():
-    """Nobody can look a session up, until the block ends."""
+def table_locked(mode="ACCESS EXCLUSIVE"):
+    """Nobody can look a session up, or in mode SHARE make one, until the block ends."""
     with subprocess.Popen(["psql", "-Xq", "wms"], stdin=subprocess.PIPE, stdout=subprocess.PIPE,
                           text=True) as psql:
-        psql.stdin.write("BEGIN; LOCK TABLE http_session;\n\\echo locked\n")
+        psql.stdin.write("BEGIN; LOCK TABLE http_session IN %s MODE;\n\\echo locked\n" % mode)
         psql.stdin.flush()
         assert psql.stdout.readline() == "locked\n"
         yield
