@@ -82,6 +82,6 @@ stop() {
 trap stop EXIT
 first_pid() { pgrep -P "$unshare_pid" -x systemd; }
 wait_for 300 systemd first_pid
-inside=(nsenter --target "$(first_pid)" --mount --uts --pid --cgroup --wd=/checkout --)
+inside=(nsenter --target "$(first_pid)" --mount --root --uts --pid --cgroup --wd=/checkout --)
 wait_for 300 "systemd's first target" "${inside[@]}" systemctl is-active multi-user.target
 "${inside[@]}" "$@"
