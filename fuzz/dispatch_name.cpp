@@ -68,6 +68,7 @@ const dispatch_row* find_noting(string_view key) {
         std::vector<dispatch_row> rows(dispatch_rows().begin(), dispatch_rows().end());
         for (dispatch_row& row : rows) {
             row.handler = note_call;
+            row.wrapped = false;
             if (row.own_path_only != nullptr) row.own_path_only = note_refusal;
         }
         return rows;

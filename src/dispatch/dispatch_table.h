@@ -1,5 +1,5 @@
 // The dispatch table: which handler serves a request key, who may use it, and when the
-// anti-forgery token is asked for.
+// anti-forgery token is asked for. All facts of a row stand in its line.
 #pragma once
 
 #include <cstdint>
@@ -11,12 +11,13 @@
 enum class token_rule : std::uint32_t { never = 0, always = 1, post_only = 2, get_only = 3 };
 
 struct dispatch_row {
-    std::string_view name;     // a whole request path, or a bare last path element
-    std::uint32_t mask;        // roles that may use it (backend/permission.h)
-    request_handler* handler;  // never null
-    std::uint32_t flag = 0;    // 0: the key counts as registered
+    std::string_view name;               // a whole request path, or a bare last path element
+    std::uint32_t mask;                  // roles that may use it (backend/permission.h)
+    request_handler* handler = nullptr;  // null: not implemented, unless the row is wrapped
+    std::uint32_t flag = 0;              // 0: the key counts as registered
     token_rule token = token_rule::never;
-    wrapper_target* target = nullptr;       // set exactly where the handler is generic_wrapper
+    bool wrapped = false;                   // generic_wrapper puts an answer around its target's
+    wrapper_target* target = nullptr;       // of a wrapped row; null: not implemented
     bool from_other_sites = false;          // a page of another site may call it, by GET
     path_refusal* own_path_only = nullptr;  // set where the row takes passwords
 };

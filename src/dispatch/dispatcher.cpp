@@ -21,6 +21,7 @@
 #include "backend/refusals.h"
 
 #include "dispatch/dispatch_table.h"
+#include "dispatch/generic_wrapper.h"
 #include "dispatch/setup_page.h"
 #include "dispatch/slow_request_log.h"
 #include "dispatch/token.h"
@@ -116,10 +117,23 @@ bool token_holds(const dispatch_call& call, const dispatch_row& row) {
     return false;
 }
 
+// Returns the handler's result.
+int answer(const dispatch_call& call, const dispatch_row& row) {
+    if (row.wrapped) {
+        generic_wrapper(row, call.key, call.response, call.session, call.input);
+        return 0;
+    }
+    if (row.handler != nullptr) {
+        return row.handler(call.key, call.response, call.session, call.db, call.input);
+    }
+    wuic_generic_error(call.response, "not implemented");
+    return 0;
+}
+
 void call_handler(const dispatch_call& call, const dispatch_row& row) {
     const bool timed = slow_request_log_is_on();
     const std::time_t start = timed ? std::time(nullptr) : 0;
-    const int result = row.handler(call.key, call.response, call.session, call.db, call.input);
+    const int result = answer(call, row);
     if (timed) {
         slow_request_log_add(call.program_name, call.key, std::time(nullptr) - start);
     }

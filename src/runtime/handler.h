@@ -20,6 +20,6 @@ using request_handler = int(const char* key, wms_strbuf* response, session_recor
 // Answers in the place of a handler whose row is served under its own path alone.
 using path_refusal = void(wms_strbuf* response, const cgi* input);
 
-// Produces the XML body of a generic-wrapper row from the unescaped query (writable, never null).
-// Returns a malloc'ed, NUL-terminated text that the wrapper frees, or null.
+// Produces the XML body of a wrapped row from the unescaped query (writable, never null). Returns a
+// malloc'ed, NUL-terminated text that the wrapper frees, or null.
 using wrapper_target = char*(session_record* session, char* query);

@@ -1,8 +1,10 @@
 // From a request's name and fields to the row that serves it, and the refusals on the way.
+#include <cstring>
 #include <sys/sem.h>
 
 #include "dispatch/dispatch_table.h"
 #include "dispatch/dispatcher.h"
+#include "dispatch/generic_wrapper.h"
 #include "dispatch/program_name.h"
 #include "dispatch/setup_page.h"
 #include "dispatch/slow_request_log.h"
@@ -27,6 +29,32 @@ TEST(Dispatch, KnowsTheSetupPagesByTheirLastElement) {
     EXPECT_TRUE(is_setup_key("/x/pingUser.xml?a=/b"));
     EXPECT_FALSE(is_setup_key("/x/pingUser.xml/.."));
     EXPECT_FALSE(is_setup_key("/v1/api/login?/ztp.log"));
+}
+
+char* echo_query(session_record*, char* query) {
+    return *query == '\0' ? nullptr : ::strdup(query);
+}
+
+TEST(GenericWrapper, AnswersWithWhatTheTargetMakesOfTheDecodedQuery) {
+    struct {
+        wrapper_target* target;
+        bool found;
+        const char *query, *expected;
+    } constexpr cases[] = {{echo_query, true, "a=%3C1+2", "a=<1 2"},
+                           {echo_query, true, "", "<re><ERROR>generic error</ERROR></re>"},
+                           {nullptr, true, "a=1", "<re><ERROR>not implemented</ERROR></re>"},
+                           {echo_query, false, "a=1", "no permission to execute opcode/program."}};
+    for (const auto& row : cases) {
+        request_record request;
+        request.session.found = row.found;
+        std::string raw = row.query;
+        request.input.raw = raw.data();
+        const dispatch_row wrapped{.name = "x", .mask = 0, .wrapped = true, .target = row.target};
+        generic_wrapper(wrapped, "x", &request.response, &request.session, &request.input);
+        request.input.raw = nullptr;
+        EXPECT_NE(std::string_view{request.response.data}.find(row.expected), std::string::npos)
+            << row.expected << request.response.data;
+    }
 }
 
 TEST(SlowRequestLog, WritesFromSixSecondsOnAndOnlyOutsideTheCgiProgram) {
