@@ -18,7 +18,10 @@ struct dispatch_row {
     token_rule token = token_rule::never;
     bool wrapped = false;                   // generic_wrapper puts an answer around its target's
     wrapper_target* target = nullptr;       // of a wrapped row; null: not implemented
+    bool before_session = false;            // served without a session, though its mask forbids
+    bool in_setup = false;                  // served in the factory-default state, too
     bool from_other_sites = false;          // a page of another site may call it, by GET
+    bool spooled = false;                   // an upload page (runtime/spool.h)
     path_refusal* own_path_only = nullptr;  // set where the row takes passwords
 };
 

@@ -1,9 +1,8 @@
 #include "dispatch/dispatcher.h"
 
-#include <algorithm>
-#include <array>
 #include <cstring>
 #include <ctime>
+#include <string>
 #include <string_view>
 
 #include "runtime/cgi.h"
@@ -27,30 +26,6 @@
 #include "dispatch/token.h"
 
 namespace {
-
-// Open without a session, though their masks alone would refuse that.
-constexpr auto rows_before_session = std::to_array<std::string_view>({
-    "/dap/apcount",
-    "/dap/proc_end_point",
-    "/dap/proc_route",
-    "/dap/proc_tunnel",
-    "/dap/proc_vlan",
-    "/dap/register",
-    "/dap/un_register",
-    "/rac/login",
-    "/rac/logout",
-    "/screens/wms/wms.login",
-    "/screens/wms/wms.logout",
-    "/v1/api/login",
-    "/v1/api/logout",
-    "heart-beat",
-    "idp",
-    "login",
-    "logout",
-    "ocsp",
-    "redirect",
-});
-static_assert(std::ranges::is_sorted(rows_before_session));
 
 constexpr char api_token_refusal[] =
     "Content-Type: application/json\r\nExpires: 0\r\nStatus: 401 Unauthorized\r\n\r\n"
@@ -89,7 +64,7 @@ bool may_be_called_from_there(const cgi* input, const dispatch_row& row) {
 
 bool may_use(const session_record* session, const dispatch_row& row) {
     if (wuic_check_perm(session, row.mask)) return true;
-    return !session->found && std::ranges::binary_search(rows_before_session, row.name);
+    return !session->found && row.before_session;
 }
 
 bool token_is_due(token_rule rule, std::string_view method) {
@@ -147,9 +122,8 @@ void call_handler(const dispatch_call& call, const dispatch_row& row) {
 // ends here, with the document in the response.
 bool settle_upload(const dispatch_call& call, const dispatch_row& row) {
     received_upload& upload = request_current().upload;
-    const bool keeps = std::ranges::find(spooled_pages, row.name) != spooled_pages.end();
-    if (!keeps) spool_drop_upload(upload);
-    if (!keeps || spool_keep_image(upload)) return true;
+    if (!row.spooled) spool_drop_upload(upload);
+    if (!row.spooled || spool_keep_image(upload)) return true;
     wuic_generic_error(call.response, "Unable to store the image.");
     return false;
 }
@@ -197,14 +171,13 @@ bool may_spool_upload(wms_strbuf* response, const session_record* session, const
         return false;
     }
     const std::string_view uri = text_or_null(cgi_get_var(input, "REQUEST_URI"));
-    for (const std::string_view page : spooled_pages) {
-        if (uri.find(page) == std::string_view::npos) continue;
-        const dispatch_row* row = dispatch_find_exact(page);
-        if (row != nullptr && may_be_called_from_there(input, *row) && session->found &&
-            wuic_check_perm(session, row->mask)) {
+    for (const dispatch_row& row : dispatch_rows()) {
+        if (!row.spooled || uri.find(row.name) == std::string_view::npos) continue;
+        if (may_be_called_from_there(input, row) && session->found &&
+            wuic_check_perm(session, row.mask)) {
             continue;
         }
-        refuse_permission(response, page.data());
+        refuse_permission(response, std::string{row.name}.c_str());
         return false;
     }
     return true;

@@ -1,33 +1,15 @@
 #include "dispatch/setup_page.h"
 
 #include <algorithm>
-#include <array>
 #include <string_view>
+#include <vector>
 
 #include "runtime/escape.h"
 #include "runtime/strbuf.h"
 
-namespace {
+#include "dispatch/dispatch_table.h"
 
-constexpr auto setup_keys = std::to_array<std::string_view>({
-    "applyInitialSetupValues.html",
-    "execCommandReturnResult.xml",
-    "execFPCliCommand.xml",
-    "geninstrpdf.html",
-    "getRolePolicy.xml",
-    "getRunningConfig.xml",
-    "importFile.html",
-    "pingUser.xml",
-    "restartProfMgr.xml",
-    "saveBocReboot.html",
-    "saveReboot.html",
-    "setupdata.xml",
-    "tracerouteUser.xml",
-    "upgradeImageReboot.xml",
-    "wizard-cp.html",
-    "ztp.log",
-});
-static_assert(std::ranges::is_sorted(setup_keys));
+namespace {
 
 constexpr char page_format[] =
     "Content-Type: text/html\r\n"
@@ -44,12 +26,28 @@ constexpr char page_format[] =
     "parameter: <code>UIDQORIN=%s</code></p>\n"
     "<ul>\n";
 
+std::string_view last_element(std::string_view path) {
+    return path.substr(path.rfind('/') + 1);
+}
+
+// The last elements of the rows that are served, in ascending order.
+std::vector<std::string_view> setup_keys() {
+    std::vector<std::string_view> keys;
+    for (const dispatch_row& row : dispatch_rows()) {
+        if (row.in_setup) keys.push_back(last_element(row.name));
+    }
+    std::ranges::sort(keys);
+    return keys;
+}
+
 }  // namespace
 
 bool is_setup_key(const char* program_name) {
     std::string_view name = program_name;
-    name = name.substr(0, name.find('?'));
-    return std::ranges::binary_search(setup_keys, name.substr(name.rfind('/') + 1));
+    name = last_element(name.substr(0, name.find('?')));
+    return std::ranges::any_of(dispatch_rows(), [name](const dispatch_row& row) {
+        return row.in_setup && last_element(row.name) == name;
+    });
 }
 
 void write_setup_page(wms_strbuf* response) {
@@ -57,7 +55,7 @@ void write_setup_page(wms_strbuf* response) {
     wuic_get_uuid(identifier, sizeof identifier);
     wms_strbuf_clear(response);
     wms_strbuf_fmt(response, page_format, identifier, identifier);
-    for (const std::string_view key : setup_keys) {
+    for (const std::string_view key : setup_keys()) {
         wms_strbuf_fmt(response, "<li><code>%.*s</code></li>\n", static_cast<int>(key.size()),
                        key.data());
     }

@@ -4,7 +4,8 @@
 
 struct wms_strbuf;
 
-// True when the last path element of `program_name`, cut at its first "?", is a setup endpoint.
+// True when the last path element of `program_name`, cut at its first "?", is that of a row which
+// is served meanwhile (dispatch_row::in_setup).
 bool is_setup_key(const char* program_name);
 
 // Answers with the setup page. It sets the session cookie to a fresh identifier and shows the same

@@ -11,7 +11,8 @@
 
 inline constexpr std::string_view os_upload_page = "wms-os-upload.html";
 
-// The pages whose uploads are spooled: also their rows' names in the dispatch table.
+// The pages whose uploads are spooled, as a request's URI names them. Their rows in the dispatch
+// table say so, too; the compiler checks that they agree.
 inline constexpr std::array<std::string_view, 2> spooled_pages{"captiveportal_import.html",
                                                                os_upload_page};
 
