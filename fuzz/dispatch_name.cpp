@@ -218,7 +218,12 @@ void check_upload(const sent_request& sent, fuzz_request& request) {
     }
 }
 
-void check_name(const sent_request& sent, const std::string& name) {
+void check_name(const sent_request& sent, const request_name& found) {
+    const std::string& name = found.text;
+    const dispatch_row* const row = plain_find(name);
+    expect(row == nullptr ? found.row == nullptr
+                          : found.row != nullptr && found.row->name == row->name,
+           "a name comes with its row");
     const std::string both = sent.script + sent.info;
     expect(name == sent.argument0 || name == sent.script || name == sent.info || name == both,
            "a name is what the server told");
@@ -236,8 +241,9 @@ void serve(const sent_request& sent, fuzz_request& request) {
     if (cgi_is_spooled_upload(input)) return check_upload(sent, request);
     if (cgi_parse(input) != 0) return;
 
-    const std::string name = settle_program_name(entry_name_of(sent.argument0.c_str()), input);
-    check_name(sent, name);
+    const request_name found = settle_program_name(entry_name_of(sent.argument0.c_str()), input);
+    check_name(sent, found);
+    const std::string& name = found.text;
     const char* const raw = cgi_query_string(input);
     const char* const field = cgi_named_value(input, "UIDQORIN");
     const char* const opcode = cgi_named_value(input, "opcode");

@@ -21,6 +21,7 @@
 
 #include "dispatch/dispatch_table.h"
 #include "dispatch/generic_wrapper.h"
+#include "dispatch/program_name.h"
 #include "dispatch/setup_page.h"
 #include "dispatch/slow_request_log.h"
 #include "dispatch/token.h"
@@ -34,7 +35,7 @@ constexpr char api_token_refusal[] =
 
 // Everything that the steps of one dispatch share.
 struct dispatch_call {
-    const char* program_name;
+    const request_name& name;
     const char* key;
     wms_strbuf* response;
     session_record* session;
@@ -87,7 +88,7 @@ bool token_holds(const dispatch_call& call, const dispatch_row& row) {
         wuic_generic_error(call.response, "SID Validation failed");
     }
     wuic_log(log_error, "SID Validation failed %s URI:%s", method,
-             redact_uri(call.program_name).text);
+             redact_uri(call.name.text.c_str()).text);
     controller_log(log_error, "SID Validation failed %s.", redact_uri(call.key).text);
     return false;
 }
@@ -110,7 +111,7 @@ void call_handler(const dispatch_call& call, const dispatch_row& row) {
     const std::time_t start = timed ? std::time(nullptr) : 0;
     const int result = answer(call, row);
     if (timed) {
-        slow_request_log_add(call.program_name, call.key, std::time(nullptr) - start);
+        slow_request_log_add(call.name.text.c_str(), call.key, std::time(nullptr) - start);
     }
     if (result < 0 && call.response->length == 0) {
         wuic_generic_error(call.response, "Internal error");
@@ -128,8 +129,8 @@ bool settle_upload(const dispatch_call& call, const dispatch_row& row) {
     return false;
 }
 
-void serve(const dispatch_call& call) {
-    const dispatch_row* row = dispatch_find(call.key);
+//   row  of the key; null: there is none
+void serve(const dispatch_call& call, const dispatch_row* row) {
     if (row == nullptr) {
         refuse_unknown(call.response, call.key);
         return;
@@ -139,7 +140,7 @@ void serve(const dispatch_call& call) {
         return;
     }
     if (!token_holds(call, *row)) return;
-    if (row->own_path_only != nullptr && dispatch_find(call.program_name) != row) {
+    if (row->own_path_only != nullptr && call.name.row != row) {
         row->own_path_only(call.response, call.input);
         return;
     }
@@ -148,20 +149,26 @@ void serve(const dispatch_call& call) {
 
 }  // namespace
 
-int wuic_cgi(const char* program_name, wms_strbuf* response, session_record* session, pg_conn* db,
-             cgi* input) {
-    if (request_is_factory_default() && !is_setup_key(program_name)) {
+void dispatch_request(const request_name& name, wms_strbuf* response, session_record* session,
+                      pg_conn* db, cgi* input) {
+    if (request_is_factory_default() && !is_setup_key(name.text.c_str())) {
         write_setup_page(response);
-        return 0;
+        return;
     }
     const char* opcode = cgi_named_value(input, "opcode");
-    serve({.program_name = program_name,
-           .key = opcode != nullptr ? opcode : program_name,
+    serve({.name = name,
+           .key = opcode != nullptr ? opcode : name.text.c_str(),
            .response = response,
            .session = session,
            .db = db,
-           .input = input});
+           .input = input},
+          opcode != nullptr ? dispatch_find(opcode) : name.row);
     spool_drop_upload(request_current().upload);  // of a request that was refused
+}
+
+int wuic_cgi(const char* program_name, wms_strbuf* response, session_record* session, pg_conn* db,
+             cgi* input) {
+    dispatch_request({program_name, dispatch_find(program_name)}, response, session, db, input);
     return 0;
 }
 

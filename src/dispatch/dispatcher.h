@@ -3,13 +3,18 @@
 
 struct cgi;
 struct pg_conn;
+struct request_name;
 struct session_record;
 struct wms_strbuf;
 
-// Serves one request: finds the row of the form field "opcode", else of `program_name`, checks that
+// Serves one request by the row of its form field "opcode", else by that of its name: checks that
 // no page of another site sent it (but for rows that such a page may call), role and token, and
 // calls the handler. A row that takes passwords is not served where only "opcode" leads to it.
-// Refusals are written into the response, too. Returns 0.
+// Refusals are written into the response, too.
+void dispatch_request(const request_name& name, wms_strbuf* response, session_record* session,
+                      pg_conn* db, cgi* input);
+
+// The same for a name whose row has not been looked up. Returns 0.
 int wuic_cgi(const char* program_name, wms_strbuf* response, session_record* session, pg_conn* db,
              cgi* input);
 

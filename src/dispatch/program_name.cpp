@@ -1,6 +1,7 @@
 #include "dispatch/program_name.h"
 
 #include <climits>
+#include <initializer_list>
 #include <string_view>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -36,13 +37,13 @@ bool is_this_program(const char* argument0) {
 // A whole path that the table holds wins over one that only matches by its last element: behind a
 // server that mounts the program below a prefix, "/prefix/v1/api/login" is the API's login and not
 // the row "login".
-std::string name_from_variables(const std::string& script, const std::string& info) {
-    std::string both = script + info;
-    if (dispatch_find_exact(both) != nullptr) return both;
-    if (dispatch_find_exact(info) != nullptr) return info;
-    if (dispatch_find(both) != nullptr) return both;
-    if (dispatch_find(info) != nullptr) return info;
-    return info.empty() ? script : info;
+request_name name_from_variables(const std::string& script, const std::string& info) {
+    const std::string both = script + info;
+    for (const auto find : {dispatch_find_exact, dispatch_find}) {
+        if (const dispatch_row* row = find(both)) return {both, row};
+        if (const dispatch_row* row = find(info)) return {info, row};
+    }
+    return {info.empty() ? script : info, nullptr};
 }
 
 std::string variable(const cgi* input, const char* name) {
@@ -54,14 +55,15 @@ std::string variable(const cgi* input, const char* name) {
 
 entry_name entry_name_of(const char* argument0) {
     if (argument0 == nullptr) argument0 = "";
-    return {.text = argument0,
-            .is_program = dispatch_find(argument0) == nullptr && is_this_program(argument0)};
+    const dispatch_row* row = dispatch_find(argument0);
+    return {
+        .text = argument0, .row = row, .is_program = row == nullptr && is_this_program(argument0)};
 }
 
-std::string settle_program_name(const entry_name& entry, const cgi* input) {
-    if (!entry.is_program) return entry.text;
+request_name settle_program_name(const entry_name& entry, const cgi* input) {
+    if (!entry.is_program) return {entry.text, entry.row};
     const std::string script = variable(input, "SCRIPT_NAME");
     const std::string info = variable(input, "PATH_INFO");
-    if (script.empty() && info.empty()) return entry.text;
+    if (script.empty() && info.empty()) return {entry.text, entry.row};
     return name_from_variables(script, info);
 }

@@ -2,7 +2,6 @@
 
 #include <cerrno>
 #include <cstring>
-#include <string>
 #include <string_view>
 
 #include "platform/ownership.h"
@@ -89,6 +88,17 @@ bool retrieve_session(request_record& request, controller_databases& databases) 
     }
 }
 
+// Who may not upload has the body read and dropped, so that the answer arrives. Returns false when
+// the request ends here, with the document in the response.
+bool admit_upload(request_record& request, controller_databases& databases) {
+    if (retrieve_session(request, databases) &&
+        may_spool_upload(&request.response, &request.session, &request.input)) {
+        return true;
+    }
+    cgi_discard_body(&request.input);
+    return false;
+}
+
 }  // namespace
 
 void process_begin(bool keeps_log) {
@@ -109,21 +119,15 @@ void request_begin(request_record& request, const char* caller_role) {
 void request_serve(request_record& request, controller_databases& databases,
                    const entry_name& entry) {
     cgi* input = &request.input;
+    const request_name name = settle_program_name(entry, input);
     const bool spooled = cgi_is_spooled_upload(input);
-    if (spooled) {
-        if (!retrieve_session(request, databases) ||
-            !may_spool_upload(&request.response, &request.session, input)) {
-            cgi_discard_body(input);
-            return;
-        }
-    }
+    if (spooled && !admit_upload(request, databases)) return;
     if (const int result = cgi_parse(input); result < 0) {
         refuse_parse(&request.response, result);
         return;
     }
     if (!spooled && !retrieve_session(request, databases)) return;
-    const std::string program_name = settle_program_name(entry, input);
-    wuic_cgi(program_name.c_str(), &request.response, &request.session, databases.wms.get(), input);
+    dispatch_request(name, &request.response, &request.session, databases.wms.get(), input);
 }
 
 void request_answer(request_record& request) {
