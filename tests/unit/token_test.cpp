@@ -31,6 +31,8 @@ TEST(token, is_judged_by_method_key_and_place_and_cut_from_the_end_only) {
         request.input.raw = raw.data();
         EXPECT_EQ(judge("execSimple.xml", ""), token_accepted);
         EXPECT_EQ(judge("/v1/configuration/object", "s1"), token_refused_api);  // wants the URI
+        EXPECT_EQ(token_check("execSimple.xml", "s1", &request.input), row.expected);
+        EXPECT_STREQ(raw.data(), row.raw);
         EXPECT_EQ(judge("execSimple.xml", "s1"), row.expected) << row.method << row.raw;
         EXPECT_STREQ(raw.data(), row.rest);
         request.input.raw = nullptr;
