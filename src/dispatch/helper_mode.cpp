@@ -10,7 +10,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "platform/command_runner.h"
+#include "platform/child_process.h"
 #include "platform/ownership.h"
 #include "platform/paths.h"
 

@@ -6,7 +6,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include "platform/command_runner.h"
+#include "platform/child_process.h"
 #include "platform/ownership.h"
 #include "platform/paths.h"
 

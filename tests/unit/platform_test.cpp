@@ -2,7 +2,7 @@
 #include <algorithm>
 #include <csignal>
 
-#include "platform/command_runner.h"
+#include "platform/child_process.h"
 #include "platform/controller.h"
 #include "platform/obfuscation.h"
 #include "platform/paths.h"

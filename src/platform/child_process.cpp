@@ -1,4 +1,4 @@
-#include "platform/command_runner.h"
+#include "platform/child_process.h"
 
 #include <array>
 #include <cerrno>
