@@ -1,5 +1,5 @@
 // One exchange with the CLI helper, taken step by step. No step waits for the helper, so that one
-// thread can have several under way (cli_runner.h).
+// thread can have several under way (cli_pipeline.h).
 #pragma once
 
 #include <array>

@@ -7,7 +7,7 @@
 
 #include "runtime/session_record.h"
 
-#include "backend/cli_runner.h"
+#include "backend/cli_pipeline.h"
 
 namespace {
 
@@ -23,12 +23,13 @@ int wuic_cli_execute(const char* user, const char* ip, const char* sid, const ch
     if (msg == nullptr) return -1;
     if (msg_size > 0) msg[0] = '\0';
 
-    cli_runner runner;
-    cli_runner_add(
-        &runner, {.is_fast = false,
-                  .request = {.user = user, .ip = ip, .sid = sid, .command = command},
-                  .out = {.text = out_text, .length = out_len, .msg = msg, .msg_size = msg_size}});
-    return cli_runner_take(&runner);
+    cli_pipeline pipeline;
+    cli_pipeline_add(
+        &pipeline,
+        {.is_fast = false,
+         .request = {.user = user, .ip = ip, .sid = sid, .command = command},
+         .out = {.text = out_text, .length = out_len, .msg = msg, .msg_size = msg_size}});
+    return cli_pipeline_take(&pipeline);
 }
 
 int wuic_audit_trail(const session_record* session, int type, const char* format, ...) {

@@ -1,7 +1,7 @@
-// The commands of one document, in flight together (cli_runner.h). They run as the session's user;
-// what they answer comes back in the order in which they were added. Whoever writes a document adds
-// ahead as long as there is room, and writes what it takes before it adds the next, so no more than
-// eight replies are ever kept.
+// The commands of one document, in flight together (cli_pipeline.h). They run as the session's
+// user; what they answer comes back in the order in which they were added. Whoever writes a
+// document adds ahead as long as there is room, and writes what it takes before it adds the next,
+// so no more than eight replies are ever kept.
 #pragma once
 
 #include <array>
@@ -9,7 +9,7 @@
 #include <cstdint>
 #include <string>
 
-#include "backend/cli_runner.h"
+#include "backend/cli_pipeline.h"
 #include "backend/command_run.h"
 
 struct command_list {
@@ -21,7 +21,7 @@ struct command_list {
     const session_record* session;
     std::array<entry, cli_in_flight_max> entries;  // a ring
     std::size_t first = 0;                         // the oldest
-    cli_runner runner;                             // ends before what it borrows
+    cli_pipeline pipeline;                         // ends before what it borrows
 
     explicit command_list(const session_record* of) : session(of) {}
     ~command_list();  // ends what is still in flight

@@ -17,7 +17,7 @@
 #include "runtime/log.h"
 #include "runtime/socket.h"
 
-#include "backend/cli_runner.h"
+#include "backend/cli_pipeline.h"
 
 namespace {
 
@@ -171,10 +171,11 @@ int wuic_fpcli_execute(const char* user, const char* role, const char* command, 
     *out_text = nullptr;
     *out_len = 0;
     if (msg != nullptr && msg_size > 0) msg[0] = '\0';
-    cli_runner runner;
-    cli_runner_add(
-        &runner, {.is_fast = true,
-                  .request = {.user = user, .ip = nullptr, .sid = role, .command = command},
-                  .out = {.text = out_text, .length = out_len, .msg = msg, .msg_size = msg_size}});
-    return cli_runner_take(&runner);
+    cli_pipeline pipeline;
+    cli_pipeline_add(
+        &pipeline,
+        {.is_fast = true,
+         .request = {.user = user, .ip = nullptr, .sid = role, .command = command},
+         .out = {.text = out_text, .length = out_len, .msg = msg, .msg_size = msg_size}});
+    return cli_pipeline_take(&pipeline);
 }

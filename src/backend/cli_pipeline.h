@@ -1,8 +1,8 @@
-// Commands in flight together: a list of them goes to the CLI helper and the fast path in its
-// order, up to eight at a time in one thread, and the results come back in the same order. A single
-// command is a list of one.
+// Commands in flight together: they go to the CLI helper and the fast path in the order in which
+// they were added, up to eight at a time in one thread, and the results come back in that order. A
+// single command is a pipeline of one.
 //
-// A command is sent only when the one before it has been, so a service sees the list's order. At a
+// A command is sent only when the one before it has been, so a service sees that order. At a
 // shortage (cli_exchange.h) a command waits for the end of one that is in flight; with none in
 // flight it is sent as a single one would be.
 //
@@ -27,7 +27,7 @@ struct cli_command {
     cli_outputs out{};
 };
 
-struct cli_runner {
+struct cli_pipeline {
     struct slot {
         cli_command command;
         cli_exchange helper;
@@ -41,14 +41,14 @@ struct cli_runner {
 };
 
 // Whether another may be added: as many as may be in flight at most are added and not taken.
-bool cli_runner_has_room(const cli_runner& runner);
+bool cli_pipeline_has_room(const cli_pipeline& pipeline);
 
 // Adds a command; with no room nothing happens. Its outputs must be cleared.
-void cli_runner_add(cli_runner* runner, const cli_command& command);
+void cli_pipeline_add(cli_pipeline* pipeline, const cli_command& command);
 
 // Sends and receives what can be, without waiting.
-void cli_runner_advance(cli_runner* runner);
+void cli_pipeline_advance(cli_pipeline* pipeline);
 
-// Waits for the oldest command and takes it off the list; what is behind it goes on meanwhile.
+// Waits for the oldest command and takes it out; what is behind it goes on meanwhile.
 // Returns what its single call would, errno included. REQUIRES: there is one.
-[[nodiscard]] int cli_runner_take(cli_runner* runner);
+[[nodiscard]] int cli_pipeline_take(cli_pipeline* pipeline);

@@ -1,4 +1,4 @@
-#include "backend/cli_runner.h"
+#include "backend/cli_pipeline.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -9,10 +9,10 @@
 
 namespace {
 
-using slot = cli_runner::slot;
+using slot = cli_pipeline::slot;
 
-slot& slot_at(cli_runner* runner, std::size_t index) {
-    return *runner->slots[(runner->first + index) % runner->slots.size()];
+slot& slot_at(cli_pipeline* pipeline, std::size_t index) {
+    return *pipeline->slots[(pipeline->first + index) % pipeline->slots.size()];
 }
 
 const exchange_state& state_of(const slot& each) {
@@ -58,42 +58,42 @@ pollfd entry_of(const slot& each) {
     return {.fd = state_of(each).fd.get(), .events = events, .revents = 0};
 }
 
-std::size_t in_flight(cli_runner* runner) {
+std::size_t in_flight(cli_pipeline* pipeline) {
     std::size_t count = 0;
-    for (std::size_t i = 0; i < runner->begun; ++i)
-        count += is_ended(slot_at(runner, i)) ? 0U : 1U;
+    for (std::size_t i = 0; i < pipeline->begun; ++i)
+        count += is_ended(slot_at(pipeline, i)) ? 0U : 1U;
     return count;
 }
 
 // Whether the next one's turn has come, `flying` others being in flight.
-bool may_begin(cli_runner* runner, std::size_t flying) {
-    if (runner->begun == runner->count) return false;
+bool may_begin(cli_pipeline* pipeline, std::size_t flying) {
+    if (pipeline->begun == pipeline->count) return false;
     // What waits goes on when one has ended, and no other has begun since.
-    if (runner->held_at != 0 && flying >= runner->held_at) return false;
-    return runner->begun == 0 || is_sent(slot_at(runner, runner->begun - 1));
+    if (pipeline->held_at != 0 && flying >= pipeline->held_at) return false;
+    return pipeline->begun == 0 || is_sent(slot_at(pipeline, pipeline->begun - 1));
 }
 
-void begin_in_turn(cli_runner* runner) {
-    std::size_t flying = in_flight(runner);
-    while (may_begin(runner, flying)) {
-        slot& next = slot_at(runner, runner->begun);
+void begin_in_turn(cli_pipeline* pipeline) {
+    std::size_t flying = in_flight(pipeline);
+    while (may_begin(pipeline, flying)) {
+        slot& next = slot_at(pipeline, pipeline->begun);
         if (begin(&next, flying == 0) == exchange_start::later) {
-            runner->held_at = flying;
+            pipeline->held_at = flying;
             return;
         }
-        runner->held_at = 0;
-        ++runner->begun;
+        pipeline->held_at = 0;
+        ++pipeline->begun;
         flying += is_ended(next) ? 0U : 1U;
     }
 }
 
 // Waits until one in flight can go on, at most so long, and lets each that can.
-void poll_once(cli_runner* runner, int milliseconds) {
+void poll_once(cli_pipeline* pipeline, int milliseconds) {
     std::array<pollfd, cli_in_flight_max> entries{};
     std::array<slot*, cli_in_flight_max> waiting{};
     std::size_t count = 0;
-    for (std::size_t i = 0; i < runner->begun; ++i) {
-        slot& each = slot_at(runner, i);
+    for (std::size_t i = 0; i < pipeline->begun; ++i) {
+        slot& each = slot_at(pipeline, i);
         if (is_ended(each)) continue;
         entries[count] = entry_of(each);
         waiting[count++] = &each;
@@ -111,36 +111,36 @@ void poll_once(cli_runner* runner, int milliseconds) {
 
 }  // namespace
 
-bool cli_runner_has_room(const cli_runner& runner) {
-    return runner.count < runner.slots.size();
+bool cli_pipeline_has_room(const cli_pipeline& pipeline) {
+    return pipeline.count < pipeline.slots.size();
 }
 
-void cli_runner_add(cli_runner* runner, const cli_command& command) {
-    if (!cli_runner_has_room(*runner)) return;
-    const std::size_t index = (runner->first + runner->count) % runner->slots.size();
-    runner->slots[index].emplace().command = command;
-    ++runner->count;
-    begin_in_turn(runner);
+void cli_pipeline_add(cli_pipeline* pipeline, const cli_command& command) {
+    if (!cli_pipeline_has_room(*pipeline)) return;
+    const std::size_t index = (pipeline->first + pipeline->count) % pipeline->slots.size();
+    pipeline->slots[index].emplace().command = command;
+    ++pipeline->count;
+    begin_in_turn(pipeline);
 }
 
-void cli_runner_advance(cli_runner* runner) {
-    if (in_flight(runner) > 0) poll_once(runner, 0);
-    begin_in_turn(runner);
+void cli_pipeline_advance(cli_pipeline* pipeline) {
+    if (in_flight(pipeline) > 0) poll_once(pipeline, 0);
+    begin_in_turn(pipeline);
 }
 
-int cli_runner_take(cli_runner* runner) {
-    begin_in_turn(runner);
-    while (!is_ended(slot_at(runner, 0))) {
-        poll_once(runner, wait_for_ever);
-        begin_in_turn(runner);
+int cli_pipeline_take(cli_pipeline* pipeline) {
+    begin_in_turn(pipeline);
+    while (!is_ended(slot_at(pipeline, 0))) {
+        poll_once(pipeline, wait_for_ever);
+        begin_in_turn(pipeline);
     }
-    const exchange_state& oldest = state_of(slot_at(runner, 0));
+    const exchange_state& oldest = state_of(slot_at(pipeline, 0));
     const int result = oldest.result;
     const int error = oldest.error;
-    runner->slots[runner->first].reset();
-    runner->first = (runner->first + 1) % runner->slots.size();
-    --runner->count;
-    --runner->begun;
+    pipeline->slots[pipeline->first].reset();
+    pipeline->first = (pipeline->first + 1) % pipeline->slots.size();
+    --pipeline->count;
+    --pipeline->begun;
     if (result != 0) errno = error;
     return result;
 }

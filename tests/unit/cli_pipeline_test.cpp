@@ -81,7 +81,7 @@ struct queue_helper {
     }
 };
 
-TEST(CliRunner, HelpersOfEveryKindSeeTheOrderAndResultsComeBackInIt) {
+TEST(CliPipeline, HelpersOfEveryKindSeeTheOrderAndResultsComeBackInIt) {
     const manners kinds[] = {
         {.name = "one after the other", .queue = 8},
         {.name = "the first four together", .queue = 8, .together = 4},
@@ -117,7 +117,7 @@ std::ptrdiff_t open_descriptors() {
     return std::distance(begin(all), end(all));
 }
 
-TEST(CliRunner, WhatIsInFlightIsClosedWithTheList) {
+TEST(CliPipeline, WhatIsInFlightIsClosedWithTheList) {
     const unique_fd listener = bind_local(paths::cli_helper_socket, SOCK_STREAM);
     ASSERT_EQ(listen(listener.get(), 8), 0);
     const std::ptrdiff_t before = open_descriptors();
