@@ -12,7 +12,7 @@
 #include "runtime/strbuf.h"
 #include "runtime/text.h"
 
-#include "backend/command_list.h"
+#include "backend/command_batch.h"
 #include "backend/markup.h"
 #include "backend/sgml_tokenizer.h"
 
@@ -123,7 +123,7 @@ struct policy_document {
     policy_lookups lookups;
     std::size_t sent = 0;
     std::size_t written = 0;
-    command_list commands;
+    command_batch commands;
 
     explicit policy_document(const session_record* session) : commands(session) {
         for (const policy_command& row : policy_commands)
@@ -134,7 +134,7 @@ struct policy_document {
 // What stands behind a list whose rows are looked up is not known before its reply.
 bool may_send(const policy_document& document) {
     if (document.sent == document.lookups.size()) return false;
-    if (!command_list_has_room(document.commands)) return false;
+    if (!command_batch_has_room(document.commands)) return false;
     const bool is_first = document.sent == document.written;
     return is_first || document.lookups[document.sent - 1].each == nullptr;
 }
@@ -152,8 +152,8 @@ void add_rows(policy_document* document, const policy_lookup& list, std::string_
 
 void write_next(wms_strbuf* out, policy_document* document) {
     for (; may_send(*document); ++document->sent)
-        command_list_add(&document->commands, document->lookups[document->sent].sent());
-    const command_outcome result = command_list_take(&document->commands);
+        command_batch_add(&document->commands, document->lookups[document->sent].sent());
+    const command_outcome result = command_batch_take(&document->commands);
     const policy_lookup lookup = std::move(document->lookups[document->written++]);
     append_result(out, lookup.label(), result);
     if (lookup.each != nullptr) add_rows(document, lookup, command_reply(result));

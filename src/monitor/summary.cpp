@@ -8,7 +8,7 @@
 #include "runtime/sgml_text.h"
 #include "runtime/strbuf.h"
 
-#include "backend/command_list.h"
+#include "backend/command_batch.h"
 #include "backend/command_run.h"
 #include "backend/markup.h"
 
@@ -49,7 +49,7 @@ bool is_command(const summary_item& item) {
 struct summary_items {
     items_view common;
     items_view rest;
-    command_list commands;
+    command_batch commands;
     std::size_t next = 0;  // the first item that was not looked at for sending
 
     summary_items(const session_record* session, items_view view)
@@ -64,12 +64,12 @@ void send_ahead(summary_items* items) {
     for (; items->next < items->size(); ++items->next) {
         const summary_item& item = items->at(items->next);
         if (!is_command(item)) continue;
-        if (!command_list_has_room(items->commands)) return;
+        if (!command_batch_has_room(items->commands)) return;
         const char* const command = item.command != nullptr ? item.command : item.label;
         if (item.kind == item_kind::fast_path) {
-            command_list_add_fast(&items->commands, command);
+            command_batch_add_fast(&items->commands, command);
         } else {
-            command_list_add(&items->commands, command);
+            command_batch_add(&items->commands, command);
         }
     }
 }
@@ -126,12 +126,12 @@ int write_item(wms_strbuf* out, std::size_t id, summary_items* items, std::strin
     scoped_strbuf made;
     send_ahead(items);
     if (!is_command(item)) {
-        command_list_advance(&items->commands);
+        command_batch_advance(&items->commands);
         if (own_text(made, item, basic_info) < 0) return -1;
     }
     wms_strbuf_fmt(out, "<cli><id>%zu</id><cmd>%s</cmd>", id, item.label);
     if (is_command(item)) {
-        write_command(out, item, command_list_take(&items->commands));
+        write_command(out, item, command_batch_take(&items->commands));
     } else {
         write_raw(out, {made.buf.data, static_cast<std::size_t>(made.buf.length)});
     }

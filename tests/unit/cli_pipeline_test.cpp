@@ -3,7 +3,7 @@
 #include <filesystem>
 #include <poll.h>
 
-#include "backend/command_list.h"
+#include "backend/command_batch.h"
 
 #include "input_support.h"
 #include "service_support.h"
@@ -96,12 +96,12 @@ TEST(CliPipeline, HelpersOfEveryKindSeeTheOrderAndResultsComeBackInIt) {
     for (const manners& kind : kinds) {
         SCOPED_TRACE(kind.name);
         queue_helper helper(kind);
-        command_list list(&session);
+        command_batch batch(&session);
         std::size_t added = 0;
         for (std::size_t taken = 0; taken < command_count; ++taken) {
-            for (; added < command_count && command_list_has_room(list); ++added)
-                command_list_add(&list, sent[added]);
-            const command_outcome outcome = command_list_take(&list);
+            for (; added < command_count && command_batch_has_room(batch); ++added)
+                command_batch_add(&batch, sent[added]);
+            const command_outcome outcome = command_batch_take(&batch);
             const bool is_closed = taken == kind.closes;
             EXPECT_EQ(outcome.complete, !is_closed);
             EXPECT_EQ(command_reply(outcome), is_closed ? "" : "of " + sent[taken]);
@@ -117,15 +117,15 @@ std::ptrdiff_t open_descriptors() {
     return std::distance(begin(all), end(all));
 }
 
-TEST(CliPipeline, WhatIsInFlightIsClosedWithTheList) {
+TEST(CliPipeline, WhatIsInFlightIsClosedWithTheBatch) {
     const unique_fd listener = bind_local(paths::cli_helper_socket, SOCK_STREAM);
     ASSERT_EQ(listen(listener.get(), 8), 0);
     const std::ptrdiff_t before = open_descriptors();
     session_record session = {};
     {
-        command_list list(&session);
-        while (command_list_has_room(list))
-            command_list_add(&list, "show");
+        command_batch batch(&session);
+        while (command_batch_has_room(batch))
+            command_batch_add(&batch, "show");
         EXPECT_EQ(open_descriptors(), before + std::ptrdiff_t{cli_in_flight_max});
     }
     EXPECT_EQ(open_descriptors(), before);

@@ -5,7 +5,7 @@
 #include <csignal>
 #include <sys/wait.h>
 
-#include "backend/command_list.h"
+#include "backend/command_batch.h"
 #include "backend/fast_path.h"
 #include "backend/message_block.h"
 

@@ -12,7 +12,7 @@
 #include "backend/cli_pipeline.h"
 #include "backend/command_run.h"
 
-struct command_list {
+struct command_batch {
     struct entry {
         std::string command;
         command_outcome outcome;
@@ -23,22 +23,22 @@ struct command_list {
     std::size_t first = 0;                         // the oldest
     cli_pipeline pipeline;                         // ends before what it borrows
 
-    explicit command_list(const session_record* of) : session(of) {}
-    ~command_list();  // ends what is still in flight
-    command_list(const command_list&) = delete;
-    command_list& operator=(const command_list&) = delete;
+    explicit command_batch(const session_record* of) : session(of) {}
+    ~command_batch();  // ends what is still in flight
+    command_batch(const command_batch&) = delete;
+    command_batch& operator=(const command_batch&) = delete;
 };
 
 // Whether another may be added.
-bool command_list_has_room(const command_list& list);
+bool command_batch_has_room(const command_batch& batch);
 
 // Adds a command for the CLI helper, or one for the fast path, where the session's role goes along.
 // REQUIRES: room.
-void command_list_add(command_list* list, std::string command);
-void command_list_add_fast(command_list* list, std::string command);
+void command_batch_add(command_batch* batch, std::string command);
+void command_batch_add_fast(command_batch* batch, std::string command);
 
 // Sends and receives what can be, without waiting: before work that takes a while.
-void command_list_advance(command_list* list);
+void command_batch_advance(command_batch* batch);
 
-// Waits for the oldest and takes it off the list. REQUIRES: there is one.
-[[nodiscard]] command_outcome command_list_take(command_list* list);
+// Waits for the oldest and takes it out. REQUIRES: there is one.
+[[nodiscard]] command_outcome command_batch_take(command_batch* batch);
