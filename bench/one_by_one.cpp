@@ -13,7 +13,7 @@
 #include "runtime/request.h"
 #include "runtime/strbuf.h"
 
-#include "backend/command_run.h"
+#include "backend/command.h"
 
 #include "monitor/shell_capture.h"
 #include "monitor/summary_items.h"

@@ -13,8 +13,8 @@
 #include "runtime/strbuf.h"
 #include "runtime/text.h"
 
+#include "backend/command.h"
 #include "backend/command_endpoints.h"
-#include "backend/command_run.h"
 #include "backend/permission.h"
 #include "backend/refusals.h"
 

@@ -5,7 +5,7 @@
 
 #include "runtime/strbuf.h"
 
-#include "backend/command_run.h"
+#include "backend/command.h"
 #include "backend/markup.h"
 
 namespace {

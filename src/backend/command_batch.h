@@ -10,7 +10,7 @@
 #include <string>
 
 #include "backend/cli_pipeline.h"
-#include "backend/command_run.h"
+#include "backend/command.h"
 
 struct command_batch {
     struct entry {

@@ -9,8 +9,8 @@
 #include "runtime/strbuf.h"
 #include "runtime/url.h"
 
+#include "backend/command.h"
 #include "backend/command_policy.h"
-#include "backend/command_run.h"
 #include "backend/fast_path.h"
 
 namespace {

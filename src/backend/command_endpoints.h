@@ -1,7 +1,7 @@
 // Handlers that run a command for the browser and pass its XML reply on, and how a command is made
 // ready. A command ends at its first CR or LF; one of which nothing is left is answered with the
 // generic error "Invalid arguments" and -1. What the role may not send is answered like a failure
-// (command_run.h).
+// (command.h).
 #pragma once
 
 #include <array>

@@ -8,8 +8,8 @@
 #include "runtime/redaction.h"
 #include "runtime/strbuf.h"
 
+#include "backend/command.h"
 #include "backend/command_endpoints.h"
-#include "backend/command_run.h"
 
 namespace {
 

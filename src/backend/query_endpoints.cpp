@@ -14,8 +14,8 @@
 #include "runtime/strbuf.h"
 #include "runtime/url.h"
 
+#include "backend/command.h"
 #include "backend/command_endpoints.h"
-#include "backend/command_run.h"
 
 namespace {
 

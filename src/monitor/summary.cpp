@@ -8,8 +8,8 @@
 #include "runtime/sgml_text.h"
 #include "runtime/strbuf.h"
 
+#include "backend/command.h"
 #include "backend/command_batch.h"
-#include "backend/command_run.h"
 #include "backend/markup.h"
 
 #include "monitor/monitor_handlers.h"

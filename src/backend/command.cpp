@@ -1,4 +1,4 @@
-#include "backend/command_run.h"
+#include "backend/command.h"
 
 #include <cstdio>
 
