@@ -24,7 +24,7 @@
 
 #include "backend/cli_data.h"
 #include "backend/cli_reader.h"
-#include "backend/command_endpoints.h"
+#include "backend/command_text.h"
 #include "backend/sgml_tokenizer.h"
 
 #include "reply_document.h"

@@ -6,8 +6,8 @@
 
 #include "runtime/session_record.h"
 
-#include "backend/command_endpoints.h"
 #include "backend/command_policy.h"
+#include "backend/command_text.h"
 
 #include "fuzz_input.h"
 
@@ -49,10 +49,10 @@ std::string decoded(string_view text) {
 
 void check_pieces(string_view text, const char* separators) {
     const exact_text copy(text);
-    command_list list;
-    expect(command_split(copy.data(), separators, &list), "so few pieces fit");
+    command_pieces pieces;
+    expect(command_split(copy.data(), separators, &pieces), "so few pieces fit");
     std::string joined;
-    for (const char* const piece : list.view()) {
+    for (const char* const piece : pieces.view()) {
         const string_view word = piece;
         expect(!word.empty() && word.find_first_of(separators) == string_view::npos,
                "a piece has text, and no separator");

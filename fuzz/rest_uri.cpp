@@ -12,7 +12,7 @@
 #include "runtime/strbuf.h"
 
 #include "backend/cli_helper.h"
-#include "backend/command_endpoints.h"
+#include "backend/command_text.h"
 
 #include "api/api_handlers.h"
 

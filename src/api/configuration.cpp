@@ -14,7 +14,7 @@
 #include "runtime/text.h"
 
 #include "backend/command.h"
-#include "backend/command_endpoints.h"
+#include "backend/command_text.h"
 #include "backend/permission.h"
 #include "backend/refusals.h"
 

@@ -17,7 +17,7 @@
 #include "runtime/redaction.h"
 #include "runtime/url.h"
 
-#include "backend/command_endpoints.h"
+#include "backend/command_text.h"
 
 namespace {
 

@@ -1,48 +1,19 @@
 #include "backend/command_endpoints.h"
 
-#include <array>
-#include <cstring>
 #include <string_view>
 
 #include "runtime/cgi.h"
 #include "runtime/error_response.h"
 #include "runtime/strbuf.h"
-#include "runtime/url.h"
 
 #include "backend/command.h"
 #include "backend/command_policy.h"
+#include "backend/command_text.h"
 #include "backend/fast_path.h"
 
 namespace {
 
 using std::string_view;
-
-struct reference {
-    string_view name;
-    string_view becomes;
-};
-
-constexpr string_view ampersand = "&amp;";
-
-// "&pound;" is the number sign on purpose: the keyboard's pound key.
-constexpr auto references = std::to_array<reference>({
-    {.name = "&plus;", .becomes = "+"},
-    {.name = "&quot;", .becomes = "\\\""},
-    {.name = "&gt;", .becomes = ">"},
-    {.name = "&lt;", .becomes = "<"},
-    {.name = ampersand, .becomes = "&"},
-    {.name = "&apos;", .becomes = "'"},
-    {.name = "&pct;", .becomes = "%"},
-    {.name = "&pound;", .becomes = "#"},
-});
-
-// The reference that `text` begins with, or null.
-const reference* reference_at(string_view text) {
-    for (const reference& row : references) {
-        if (text.starts_with(row.name)) return &row;
-    }
-    return nullptr;
-}
 
 // The fast path gets this user and role, whoever asks.
 constexpr char fast_path_user[] = "admin";
@@ -59,8 +30,9 @@ int answer_single(wms_strbuf* response, const session_record* session, char* com
                                                          outcome.reply_len, outcome.msg));
 }
 
-int append_replies(wms_strbuf* response, const session_record* session, const command_list& list) {
-    for (char* command : list.view()) {
+int append_replies(wms_strbuf* response, const session_record* session,
+                   const command_pieces& commands) {
+    for (char* command : commands.view()) {
         command_cut_line(command);
         if (command[0] == '\0') continue;
         const command_outcome outcome = command_run_typed(session, command);
@@ -100,37 +72,6 @@ int run_fast_path(wms_strbuf* response, const char* command) {
 
 }  // namespace
 
-// Why one pass is enough. Two references never overlap (each has its only "&" in front and its only
-// ";" at its end), so the order in which they are replaced does not change the outcome. What a
-// replacement leaves is no letter and no ";", so it cannot complete a reference; only a decoded "&"
-// can begin one, and then the rest of it stands untouched to its right. So a decoded "&" is put in
-// front of that rest and looked at again; everything else is final.
-void command_unencode(char* text, std::int32_t size) {
-    if (size <= 0) return;
-    const std::size_t length = strnlen(text, static_cast<std::size_t>(size));
-    std::size_t in = 0;
-    std::size_t out = 0;
-    while (in < length) {
-        const string_view rest(text + in, length - in);
-        const reference* const found = rest.front() == '&' ? reference_at(rest) : nullptr;
-        if (found == nullptr) {
-            text[out++] = text[in++];
-        } else if (found->name == ampersand) {
-            in += ampersand.size() - 1;
-            text[in] = '&';
-        } else {
-            std::memcpy(text + out, found->becomes.data(), found->becomes.size());
-            out += found->becomes.size();
-            in += found->name.size();
-        }
-    }
-    if (out < length) text[out] = '\0';
-}
-
-void command_unencode(char* text) {
-    command_unencode(text, static_cast<std::int32_t>(std::strlen(text)));
-}
-
 int command_invalid(wms_strbuf* response) {
     wuic_generic_error(response, "Invalid arguments");
     return -1;
@@ -146,37 +87,11 @@ char* command_from_query(cgi* input, wms_strbuf* response) {
     return query;
 }
 
-void command_url_decode(char* text) {
-    const auto length = static_cast<std::int32_t>(std::strlen(text));
-    const int decoded = cgi_unescape_url(text, length, text, length);
-    if (decoded >= 0 && decoded < length) text[decoded] = '\0';
-}
-
-void command_cut_context(char* command) {
-    const std::size_t at = string_view(command).rfind("@@");
-    if (at != string_view::npos) command[at] = '\0';
-}
-
-void command_cut_line(char* command) {
-    command[std::strcspn(command, "\r\n")] = '\0';
-}
-
 bool command_end(wms_strbuf* response, char* command) {
     command_cut_line(command);
     if (command[0] != '\0') return true;
     command_invalid(response);
     return false;
-}
-
-bool command_split(char* text, const char* separator, command_list* list) {
-    char* rest = nullptr;
-    list->count = 0;
-    for (char* item = strtok_r(text, separator, &rest); item != nullptr;
-         item = strtok_r(nullptr, separator, &rest)) {
-        if (list->count == list->items.size()) return false;
-        list->items[list->count++] = item;
-    }
-    return true;
 }
 
 // NOLINTBEGIN(readability-identifier-naming): fixed names
@@ -198,14 +113,14 @@ int execCommandPostWithContext(const char* /*key*/, wms_strbuf* response, sessio
 
 int execCommandsWithContext(const char* /*key*/, wms_strbuf* response, session_record* session,
                             pg_conn* /*db*/, cgi* input) {
-    char* const commands = command_from_query(input, response);
-    if (commands == nullptr) return -1;
-    command_cut_context(commands);
-    command_unencode(commands);
-    command_list list;
-    if (!command_split(commands, ",", &list)) return command_invalid(response);
+    char* const query = command_from_query(input, response);
+    if (query == nullptr) return -1;
+    command_cut_context(query);
+    command_unencode(query);
+    command_pieces commands;
+    if (!command_split(query, ",", &commands)) return command_invalid(response);
     wms_strbuf_append_all(response, {xml_header, "<result>"});
-    return command_finish(response, append_replies(response, session, list));
+    return command_finish(response, append_replies(response, session, commands));
 }
 
 int executeSimpleCommand(const char* /*key*/, wms_strbuf* response, session_record* session,

@@ -10,6 +10,7 @@
 
 #include "backend/command.h"
 #include "backend/command_endpoints.h"
+#include "backend/command_text.h"
 
 namespace {
 
@@ -26,8 +27,8 @@ constexpr port_kind gigabit_ethernet{.in_command = "gigabitethernet",
                                      .in_answer = "GigabitEthernet"};
 
 struct port_request {
-    command_list ports;
-    command_list commands;
+    command_pieces ports;
+    command_pieces commands;
 };
 
 // Takes the query apart; what stands between ";" and "?" says nothing that is needed.

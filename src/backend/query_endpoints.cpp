@@ -16,6 +16,7 @@
 
 #include "backend/command.h"
 #include "backend/command_endpoints.h"
+#include "backend/command_text.h"
 
 namespace {
 

@@ -3,7 +3,6 @@
 
 #include "runtime/error_response.h"
 
-#include "backend/command_endpoints.h"
 #include "backend/command_policy.h"
 #include "backend/query_endpoints.h"
 
