@@ -2,10 +2,13 @@
 
 #include <cstdio>
 
+#include "runtime/cgi.h"
+#include "runtime/error_response.h"
 #include "runtime/session_record.h"
 #include "runtime/strbuf.h"
 
 #include "backend/command_policy.h"
+#include "backend/command_text.h"
 #include "backend/fast_path.h"
 
 namespace {
@@ -21,6 +24,28 @@ bool is_error_document(string_view message) {
 }
 
 }  // namespace
+
+int command_invalid(wms_strbuf* response) {
+    wuic_generic_error(response, "Invalid arguments");
+    return -1;
+}
+
+char* command_from_query(cgi* input, wms_strbuf* response) {
+    char* const query = cgi_query_string(input);
+    if (query == nullptr || query[0] == '\0') {
+        command_invalid(response);
+        return nullptr;
+    }
+    command_url_decode(query);
+    return query;
+}
+
+bool command_end(wms_strbuf* response, char* command) {
+    command_cut_line(command);
+    if (command[0] != '\0') return true;
+    command_invalid(response);
+    return false;
+}
 
 command_outcome command_run(const session_record* session, const char* command) {
     command_outcome outcome;

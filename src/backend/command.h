@@ -1,4 +1,5 @@
-// One command of a session, from the judgement to what the browser reads of the answer.
+// One command of a session: taken from the request, judged, run, and what the browser reads of the
+// answer.
 #pragma once
 
 #include <cstdint>
@@ -8,8 +9,19 @@
 
 #include "backend/cli_helper.h"
 
+struct cgi;
 struct session_record;
 struct wms_strbuf;
+
+// Refuses a request: the generic error "Invalid arguments". Returns -1, the handler's result then.
+int command_invalid(wms_strbuf* response);
+
+// The raw query string, URL-decoded in place: the command of most handlers that take one. Null when
+// there is none; the request is then refused as above. The text belongs to `input`.
+[[nodiscard]] char* command_from_query(cgi* input, wms_strbuf* response);
+
+// Ends a command with its line. False when nothing is left of it; the request is then refused.
+[[nodiscard]] bool command_end(wms_strbuf* response, char* command);
 
 struct command_outcome {
     malloc_text reply;  // null when there was none

@@ -72,28 +72,6 @@ int run_fast_path(wms_strbuf* response, const char* command) {
 
 }  // namespace
 
-int command_invalid(wms_strbuf* response) {
-    wuic_generic_error(response, "Invalid arguments");
-    return -1;
-}
-
-char* command_from_query(cgi* input, wms_strbuf* response) {
-    char* const query = cgi_query_string(input);
-    if (query == nullptr || query[0] == '\0') {
-        command_invalid(response);
-        return nullptr;
-    }
-    command_url_decode(query);
-    return query;
-}
-
-bool command_end(wms_strbuf* response, char* command) {
-    command_cut_line(command);
-    if (command[0] != '\0') return true;
-    command_invalid(response);
-    return false;
-}
-
 // NOLINTBEGIN(readability-identifier-naming): fixed names
 
 int execCommandWithContext(const char* /*key*/, wms_strbuf* response, session_record* session,

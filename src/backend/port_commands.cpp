@@ -9,7 +9,6 @@
 #include "runtime/strbuf.h"
 
 #include "backend/command.h"
-#include "backend/command_endpoints.h"
 #include "backend/command_text.h"
 
 namespace {

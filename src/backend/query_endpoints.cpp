@@ -15,7 +15,6 @@
 #include "runtime/url.h"
 
 #include "backend/command.h"
-#include "backend/command_endpoints.h"
 #include "backend/command_text.h"
 
 namespace {
