@@ -1,6 +1,7 @@
 #!/bin/bash
-# The checks on the code: formatting, include direction, headers that compile alone, Clang's warnings,
-# benchmarks that run, clang-tidy, cppcheck, shell scripts. All are run, then the ones that failed are named.
+# The checks on the code: formatting, include direction, one definition of each type, headers that compile
+# alone, Clang's warnings, benchmarks that run, clang-tidy, cppcheck, shell scripts. All are run, then the
+# ones that failed are named.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 # shellcheck source=scripts/lib.sh
@@ -30,6 +31,15 @@ formatting() {
 
 includes() {
     /usr/bin/python3 tests/check_includes.py .
+}
+
+type_names() {
+    /usr/bin/python3 tests/check_type_names.py .
+}
+
+# Link-time optimisation sees all files at once, and compares what they say of one name.
+odr_build() {
+    (build_preset odr)
 }
 
 clang_build() {
@@ -76,7 +86,9 @@ scripts/packages.sh run lint bench fuzz
 mkdir -p build
 check formatting formatting
 check "include direction" includes
+check "type names" type_names
 check "shell scripts" shell_scripts
+check "one definition rule" odr_build
 check "Clang's warnings" clang_build
 check "headers alone" headers
 check "benchmarks run" benchmarks
