@@ -100,7 +100,8 @@ int answer(const dispatch_call& call, const dispatch_row& row) {
         return 0;
     }
     if (row.handler != nullptr) {
-        return row.handler(call.key, call.response, call.session, call.db, call.input);
+        const int result = row.handler(call.key, call.response, call.session, call.db, call.input);
+        return result;
     }
     wuic_generic_error(call.response, "not implemented");
     return 0;
