@@ -106,14 +106,9 @@ measure_peers() {
 }
 
 measure_aborted() {
-    local limits=deploy/nginx/wms-limits.conf
     build_preset release
     enter_sandbox --services warm -- /usr/bin/python3 bench/aborted.py
-    if [[ -e $limits ]]; then
-        enter_sandbox --services warm --limits -- /usr/bin/python3 bench/aborted.py
-    else
-        printf '\nWith the limits on nothing was measured: there is no %s.\n' "$limits"
-    fi
+    enter_sandbox --services warm --limits -- /usr/bin/python3 bench/aborted.py
 }
 
 measure_overhead() {

@@ -72,7 +72,13 @@ const char* variable_or_empty(const cgi* input, const char* name) {
     return value != nullptr ? value : "";
 }
 
+// What debug lines show of a request costs something to make, and few ask for it.
+bool is_debugged() {
+    return wuic_log_get_level() >= log_debug;
+}
+
 void log_request(const cgi* input) {
+    if (!is_debugged()) return;
     wuic_log(log_debug, " %s %d: Config handler initiated for URI %s http_method %s", log_source,
              __LINE__, redact_uri(cgi_get_var(input, "REQUEST_URI")).text,
              text_or_null(cgi_get_var(input, "REQUEST_METHOD")));
@@ -82,9 +88,12 @@ void log_request(const cgi* input) {
 
 // Decodes the payload's references where it stands.
 void decode_payload(char* payload) {
-    wuic_log(log_debug, "%s %d: HTTP XML: Actual HTTP Payload length is = %zu payload is %s\n",
-             log_source, __LINE__, std::strlen(payload), redact_fields(payload).text);
+    if (is_debugged()) {
+        wuic_log(log_debug, "%s %d: HTTP XML: Actual HTTP Payload length is = %zu payload is %s\n",
+                 log_source, __LINE__, std::strlen(payload), redact_fields(payload).text);
+    }
     command_unencode(payload, static_cast<std::int32_t>(std::strlen(payload)));
+    if (!is_debugged()) return;
     wuic_log(log_debug, "%s %d: HTTP XML:  after escape length is = %zu payload is %s\n",
              log_source, __LINE__, std::strlen(payload), redact_fields(payload).text);
 }
